@@ -1,0 +1,122 @@
+// The silent path of the bit accessors: up to 64 bits at once through a big-endian window. Nothing here is reported,
+// and no byte outside the ceil(num_bits / 8) bytes of the area is touched.
+#pragma once
+
+#include <algorithm>
+#include <bit>
+#include <cstdint>
+#include <cstring>
+
+#include "bitbuffer.h"
+
+namespace h264 {
+
+inline std::uint64_t load_big_endian(const unsigned char* bytes) {
+    static_assert(std::endian::native == std::endian::little);
+    std::uint64_t value;
+    std::memcpy(&value, bytes, sizeof value);
+    return __builtin_bswap64(value);
+}
+
+inline void store_big_endian(unsigned char* bytes, std::uint64_t value) {
+    value = __builtin_bswap64(value);
+    std::memcpy(bytes, &value, sizeof value);
+}
+
+inline std::uint64_t size_bytes(const bitbuffer_t& bb) {
+    return DIVIDE_AND_CEIL(std::uint64_t{bb.num_bits}, NUM_BITS_IN_BYTE);
+}
+
+// Whether n bits are left. Also right for a position behind the end.
+inline bool has_bits(const bitbuffer_t& bb, std::uint64_t n) { return bb.bit_offset + n <= bb.num_bits; }
+
+// Bits at the position, first bit on top, the rest zero.
+struct BitWindow {
+    std::uint64_t bits;
+    unsigned int count;  // how many of them are in the area: at least min(57, bits left)
+};
+
+// The bits at the position, without advancing.
+inline BitWindow peek(const bitbuffer_t& bb) {
+    if (bb.bit_offset >= bb.num_bits) return {0, 0};
+    const std::uint64_t first = bb.bit_offset / NUM_BITS_IN_BYTE;
+    const unsigned int shift = bb.bit_offset % NUM_BITS_IN_BYTE;
+    const std::uint64_t left = bb.num_bits - bb.bit_offset;
+    const std::uint64_t bytes_left = size_bytes(bb) - first;
+    std::uint64_t bits = 0;
+    if (bytes_left >= sizeof bits) {
+        bits = load_big_endian(bb.bit_buffer + first);
+    } else {
+        for (std::uint64_t i = 0; i < bytes_left; ++i)
+            bits |= std::uint64_t{bb.bit_buffer[first + i]} << (56 - NUM_BITS_IN_BYTE * i);
+    }
+    return {bits << shift, static_cast<unsigned int>(std::min<std::uint64_t>(64 - shift, left))};
+}
+
+// The n bits at the position, without advancing; n from 1 to 64, all in the area.
+inline std::uint64_t peek_bits(const bitbuffer_t& bb, unsigned int n) {
+    std::uint64_t bits = peek(bb).bits;
+    const unsigned int shift = bb.bit_offset % NUM_BITS_IN_BYTE;
+    if (n + shift > 64) bits |= bb.bit_buffer[bb.bit_offset / NUM_BITS_IN_BYTE + 8] >> (NUM_BITS_IN_BYTE - shift);
+    return bits >> (64 - n);
+}
+
+// Writes the low n bits of value at the position and advances; n from 1 to 64, all in the area.
+inline void put_bits(bitbuffer_t& bb, unsigned int n, std::uint64_t value) {
+    const std::uint64_t first = bb.bit_offset / NUM_BITS_IN_BYTE;
+    const unsigned int shift = bb.bit_offset % NUM_BITS_IN_BYTE;
+    const std::uint64_t bits = value << (64 - n);
+    const std::uint64_t mask = ~std::uint64_t{0} << (64 - n);
+    unsigned char* const bytes = bb.bit_buffer + first;
+    bb.bit_offset += n;
+
+    const std::uint64_t window_mask = mask >> shift;
+    const std::uint64_t window_bits = bits >> shift;
+    if (size_bytes(bb) - first >= sizeof bits) {
+        store_big_endian(bytes, (load_big_endian(bytes) & ~window_mask) | window_bits);
+    } else {
+        const unsigned int touched = DIVIDE_AND_CEIL(shift + n, NUM_BITS_IN_BYTE);
+        for (unsigned int i = 0; i < touched; ++i) {
+            const unsigned int down = 56 - NUM_BITS_IN_BYTE * i;
+            bytes[i] = static_cast<unsigned char>((bytes[i] & ~(window_mask >> down)) | (window_bits >> down & 0xFF));
+        }
+    }
+    if (shift + n > 64) {
+        const unsigned int up = 64 - shift;  // bits that went into the window
+        const auto last_mask = static_cast<unsigned char>(mask << up >> 56);
+        const auto last_bits = static_cast<unsigned char>(bits << up >> 56);
+        bytes[8] = static_cast<unsigned char>((bytes[8] & ~last_mask) | last_bits);
+    }
+}
+
+// Copies the n bits at the position, all in the area, to a string; the unused bits of its last byte become zero.
+inline void copy_bits_out(bitbuffer_t bb, unsigned int n, unsigned char* out) {
+    if (bb.bit_offset % NUM_BITS_IN_BYTE == 0) {
+        const unsigned int whole = n / NUM_BITS_IN_BYTE;
+        std::memcpy(out, bb.bit_buffer + bb.bit_offset / NUM_BITS_IN_BYTE, whole);
+        out += whole;
+        n %= NUM_BITS_IN_BYTE;
+        bb.bit_offset += whole * NUM_BITS_IN_BYTE;
+    }
+    for (; n >= 64; n -= 64, bb.bit_offset += 64, out += 8) store_big_endian(out, peek_bits(bb, 64));
+    if (n == 0) return;
+    std::uint64_t bits = peek_bits(bb, n) << (64 - n);
+    for (unsigned int i = 0; i < DIVIDE_AND_CEIL(n, NUM_BITS_IN_BYTE); ++i, bits <<= NUM_BITS_IN_BYTE)
+        out[i] = static_cast<unsigned char>(bits >> 56);
+}
+
+// Writes the first n bits of a string at the position, all in the area, and advances.
+inline void copy_bits_in(bitbuffer_t& bb, unsigned int n, const unsigned char* in) {
+    if (bb.bit_offset % NUM_BITS_IN_BYTE == 0) {
+        const unsigned int whole = n / NUM_BITS_IN_BYTE;
+        std::memcpy(bb.bit_buffer + bb.bit_offset / NUM_BITS_IN_BYTE, in, whole);
+        in += whole;
+        n %= NUM_BITS_IN_BYTE;
+        bb.bit_offset += whole * NUM_BITS_IN_BYTE;
+    }
+    for (; n >= 64; n -= 64, in += 8) put_bits(bb, 64, load_big_endian(in));
+    for (; n >= NUM_BITS_IN_BYTE; n -= NUM_BITS_IN_BYTE, ++in) put_bits(bb, NUM_BITS_IN_BYTE, *in);
+    if (n > 0) put_bits(bb, n, *in >> (NUM_BITS_IN_BYTE - n));
+}
+
+}  // namespace h264

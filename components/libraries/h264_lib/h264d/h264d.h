@@ -1,0 +1,29 @@
+// What the files of the h264d module share. Names that begin with an underscore are internal functions whose names
+// appear in diagnostics.
+#pragma once
+
+#include "trace.h"
+
+// The name under which this module's messages are reported.
+static constexpr char kModuleFile[] = "h264d.c";
+
+// Finds the NAL header behind a start code at the very start of buffer. Reads nothing behind buffer_len bytes.
+BOOL _GetNALTypeOffset(const unsigned char* buffer, int buffer_len, int* pnOffset);
+
+// floor(log2(v)); 0 for 0.
+unsigned int _FindNumberOfBitsToHoldInteger(unsigned int v);
+
+// Bytes of the work area into which a parameter set unit is de-encapsulated; the unit behind its start code must fit.
+constexpr unsigned int kParameterSetWorkBytes = 256;
+
+// scaling_list() with nSlSize coefficients. 0, or -1 when a delta cannot be read.
+int _parse_scalingList(bitbuffer_t* sl_bb, scaling_list_t* sl, int nSlSize);
+void _display_scalingList(const scaling_list_t* sl, int nSlSize);
+
+// vui_parameters(). 0; -1 when an element cannot be read; -2 when that is one of an HRD.
+int _parse_vui(bitbuffer_t* vui_bb, vui_t* vui);
+void _display_vui(const vui_t* vui);
+
+// hrd_parameters(). 0, or -1 when an element cannot be read.
+int _parse_hrd(bitbuffer_t* hrd_bb, hrd_t* hrd);
+void _display_hrd(const hrd_t* hrd);

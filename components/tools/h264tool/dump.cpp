@@ -1,0 +1,181 @@
+#include "dump.h"
+
+#include <CLI/CLI.hpp>
+
+#include <memory>
+#include <stdexcept>
+
+#include "commands.h"
+#include "payload_reader.h"
+
+namespace h264tool {
+namespace {
+
+// The units that are looked into. Those of types 20 and 21 are not: they refer to parameter sets of extensions.
+enum NalType {
+    kSlice = 1,
+    kPartitionA = 2,
+    kIdrSlice = 5,
+    kSps = 7,
+    kPps = 8,
+    kDelimiter = 9,
+    kSubsetSps = 15,
+};
+
+AnnexBReader::KeptBytes kept_bytes(const NalTypeSet& selected) {
+    AnnexBReader::KeptBytes kept{};
+    for (const std::size_t type : {kSps, kPps, kSubsetSps}) kept[type] = kUnitBeginning;
+    for (const std::size_t type : {kSlice, kPartitionA, kIdrSlice, kDelimiter})
+        if (selected[type]) kept[type] = kUnitBeginning;
+    return kept;
+}
+
+// The level at which the parsers run. Below the traces, their own lines above the warnings would only repeat what the
+// displays show.
+int parser_level(const DumpOptions& options) {
+    return options.level >= DBG_LEVEL_DEBUG ? options.level : DBG_LEVEL_WARNING;
+}
+
+// Why a --types argument is wrong; empty when it is not.
+std::string check_types(const std::string& list) {
+    try {
+        parse_nal_types(list);
+        return {};
+    } catch (const std::invalid_argument& error) {
+        return error.what();
+    }
+}
+
+}  // namespace
+
+Dump::Dump(const DumpOptions& options)
+    : level_(options.level),
+      json_(options.json),
+      selected_(options.types.empty() ? NalTypeSet().set() : parse_nal_types(options.types)),
+      input_(options.file, kept_bytes(selected_)),
+      sets_(parser_level(options)) {
+    DbgTraceSetLevel(DBG_LEVEL_ERROR);
+}
+
+int Dump::run() {
+    NalUnit unit;
+    bool more = input_.units().next(unit);
+    if (input_.units().stray_bytes() > 0) show_stray_bytes();
+    for (; more; more = input_.units().next(unit)) show(unit);
+    input_.finish();
+    return result_.report(input_.name(), input_.units().stray_bytes());
+}
+
+void Dump::show(const NalUnit& unit) {
+    // Units without a header have no type by which they could be left out.
+    const bool selected = !unit.has_header() || selected_[unit.type()];
+    const Findings findings = examine(unit);
+    result_.count(unit, selected && !findings.damage.empty());
+    if (!selected) return;
+    json_ ? show_json(unit, findings) : show_text(unit, findings);
+}
+
+void Dump::show_stray_bytes() { json_ ? show_stray_bytes_as_json() : show_stray_bytes_as_text(); }
+
+Dump::Findings Dump::examine(const NalUnit& unit) {
+    Findings findings;
+    if (!unit.has_header()) {
+        findings.damage = "no NAL unit header behind the start code";
+        return findings;
+    }
+    // Parameter sets are wanted whether they are shown or not.
+    const unsigned type = unit.type();
+    if (type == kSps)
+        findings.damage = examine_sps(unit, findings);
+    else if (type == kPps)
+        findings.damage = examine_pps(unit, findings);
+    else if (type == kSubsetSps)
+        sets_.read_subset_sps(unit);
+    else if (!selected_[type])
+        return findings;
+    else if (type == kSlice || type == kPartitionA || type == kIdrSlice)
+        findings.damage = examine_slice(unit, findings);
+    else if (type == kDelimiter)
+        findings.damage = examine_delimiter(unit, findings);
+    take_diagnostics(findings);
+    return findings;
+}
+
+std::string Dump::examine_sps(const NalUnit& unit, Findings& findings) {
+    std::string damage = sets_.read_sps(unit);
+    if (damage.empty()) findings.sps = &sets_.last_sps();
+    return damage;
+}
+
+std::string Dump::examine_pps(const NalUnit& unit, Findings& findings) {
+    std::string damage = sets_.read_pps(unit);
+    if (sets_.sps_of_last_pps() != nullptr) findings.pps = &sets_.last_pps();
+    return damage;
+}
+
+std::string Dump::examine_slice(const NalUnit& unit, Findings& findings) {
+    std::string damage = parse_slice(unit, sets_, slice_);
+    if (slice_.beginning.readable) findings.slice_type = slice_.beginning.slice_type;
+    if (!damage.empty()) return damage;
+    findings.slice = &slice_;
+    if (slice_.has_chroma_weights)
+        findings.warnings.emplace_back(
+            "chroma weights are not read: what follows in pred_weight_table() and behind it "
+            "is not what was transmitted");
+    return damage;
+}
+
+// The library tells whether the unit can be read; a zero byte behind it makes it long enough. The fields of its record
+// are not what a delimiter has at their places, so that primary_pic_type is read here.
+std::string Dump::examine_delimiter(const NalUnit& unit, Findings& findings) const {
+    constexpr std::size_t kLeastBytes = 3;
+    constexpr std::uint64_t kMostBytes = 16;
+    const std::size_t size = unit.bytes.size() - unit.start_code_length;
+    if (size < 2) return "access unit delimiter is empty";
+    std::vector<unsigned char> bytes = unit.bytes;
+    if (size < kLeastBytes) bytes.push_back(0);
+    {
+        const DiagnosticsLevel level(sets_.parser_level());
+        aud_t aud{};
+        if (!parse_au_delimiter_nal(bytes.data(), static_cast<int>(bytes.size()), &aud))
+            return parse_failure("access unit delimiter", unit, kMostBytes);
+    }
+    PayloadReader payload(payload_of(unit));
+    findings.primary_pic_type = static_cast<unsigned>(payload.u(3));
+    return {};
+}
+
+void Dump::take_diagnostics(Findings& findings) {
+    const bool damaged = !findings.damage.empty();
+    for (const DiagnosticsLine& line : diagnostics_.take()) {
+        if (line.level <= DBG_LEVEL_ERROR)
+            (damaged ? findings.messages : findings.warnings).push_back(line.text);
+        else if (line.level == DBG_LEVEL_WARNING)
+            findings.warnings.push_back(line.text);
+        else if (line.level <= level_)
+            findings.traces += "        " + line.func + ": " + line.text + "\n";
+    }
+}
+
+void add_dump(CLI::App& program, int& status) {
+    const auto options = std::make_shared<DumpOptions>();
+    CLI::App* command =
+        program.add_subcommand("dump", "Print a line a NAL unit, and the elements of parameter sets and slice headers");
+    command->add_option("FILE", options->file, "Annex B byte stream; - reads standard input")->required();
+    CLI::Option* json = command->add_flag("--json", options->json, "Print a JSON object a unit and line");
+    command
+        ->add_option("--level", options->level,
+                     "Verbosity of the text: 5 shows sequence parameter sets, 6 also picture parameter sets, slice "
+                     "headers, HRD parameters and scaling lists, 7 and 8 also the parser's traces")
+        ->check(CLI::Range(0, 8))
+        ->capture_default_str()
+        ->excludes(json);
+    command
+        ->add_option("--types", options->types,
+                     "Show units of these types only, separated by commas: 0 to 31, or " + nal_type_short_names())
+        ->check(check_types)
+        ->type_name("LIST");
+    command->callback([options, &status] { status = Dump(*options).run(); });
+}
+
+}  // namespace h264tool

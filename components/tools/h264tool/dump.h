@@ -1,0 +1,80 @@
+// The work of h264tool dump.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "annexb_reader.h"
+#include "diagnostics.h"
+#include "h264.h"
+#include "nal_types.h"
+#include "parameter_sets.h"
+#include "run_result.h"
+#include "slice_unit.h"
+#include "stream_input.h"
+
+namespace h264tool {
+
+struct DumpOptions {
+    std::string file;
+    std::string types;
+    int level = DBG_LEVEL_DETAIL;
+    bool json = false;
+};
+
+class Dump {
+public:
+    explicit Dump(const DumpOptions& options);
+
+    // Prints the stream and returns the exit status.
+    int run();
+
+private:
+    // What a unit holds.
+    struct Findings {
+        std::string damage;                 // why it cannot be parsed; empty when it can
+        std::vector<std::string> messages;  // what the library says about that
+        std::vector<std::string> warnings;
+        std::string traces;  // text lines for what else the parser said
+        // Set when they can be shown.
+        const sps_t* sps = nullptr;
+        const Pps* pps = nullptr;
+        const Slice* slice = nullptr;
+        std::optional<unsigned> primary_pic_type;
+        // Set also when the rest of a slice cannot be parsed.
+        std::optional<std::uint64_t> slice_type;
+    };
+
+    void show(const NalUnit& unit);
+    Findings examine(const NalUnit& unit);
+    std::string examine_sps(const NalUnit& unit, Findings& findings);
+    std::string examine_pps(const NalUnit& unit, Findings& findings);
+    std::string examine_slice(const NalUnit& unit, Findings& findings);
+    std::string examine_delimiter(const NalUnit& unit, Findings& findings) const;
+    void take_diagnostics(Findings& findings);
+    void show_stray_bytes();
+
+    // In dump_text.cpp.
+    void show_text(const NalUnit& unit, const Findings& findings);
+    std::string displays(const NalUnit& unit, const Findings& findings);
+    std::string notes(const NalUnit& unit, const Findings& findings);
+    void show_stray_bytes_as_text();
+    void write_header();
+    // In dump_json.cpp.
+    void show_json(const NalUnit& unit, const Findings& findings);
+    void show_stray_bytes_as_json();
+
+    const int level_;
+    const bool json_;
+    const NalTypeSet selected_;
+    StreamInput input_;
+    DiagnosticsCapture diagnostics_;
+    ParameterSets sets_;
+    Slice slice_;
+    RunResult result_;
+    bool header_written_ = false;
+};
+
+}  // namespace h264tool

@@ -1,0 +1,123 @@
+#include "slice_unit.h"
+
+#include <algorithm>
+#include <array>
+#include <climits>
+
+#include "diagnostics.h"
+
+namespace h264tool {
+namespace {
+
+constexpr std::size_t kBeginningBytes = 64;  // enough for three elements
+constexpr std::size_t kTablesBytes = 4096;   // enough for the longest header that a level allows
+
+// Whether ref_pic_list_modification() and pred_weight_table(), read by the standard's syntax, come to a chroma flag
+// that is 1. ITU-T H.264 7.3.3.1 and 7.3.3.2.
+bool finds_chroma_weights(const NalUnit& unit, const Slice& slice) {
+    if (slice.beginning.sps->sps.ChromaArrayType == 0) return false;
+    const bool two_lists = slice_kind(slice.header.slice_type) == kSliceB;
+    PayloadReader in(payload_of(unit, kTablesBytes));
+    for (int position = 0; position < slice.header.rplm_bitoffset; ++position) in.u(1);
+    for (int list = 0; list < (two_lists ? 2 : 1); ++list)
+        if (in.flag())                                // ref_pic_list_modification_flag
+            while (in.ok() && in.ue() != 3) in.ue();  // modification_of_pic_nums_idc and what it tells
+    in.ue();                                          // luma_log2_weight_denom
+    in.ue();                                          // chroma_log2_weight_denom
+    for (int list = 0; list < (two_lists ? 2 : 1); ++list) {
+        const unsigned long last =
+            list == 0 ? slice.header.num_ref_idx_l0_active_minus1 : slice.header.num_ref_idx_l1_active_minus1;
+        for (unsigned long i = 0; in.ok() && i <= last; ++i) {
+            if (in.flag()) {  // luma_weight_flag
+                in.se();      // luma_weight
+                in.se();      // luma_offset
+            }
+            if (in.flag()) return true;  // chroma_weight_flag
+        }
+    }
+    return false;
+}
+
+// Tells by their mark which luma weights were not read, and removes the marks.
+std::vector<bool> take_marks(long (&weights)[MAX_REF_IDX], unsigned long last) {
+    std::vector<bool> read;
+    for (unsigned long i = 0; i < MAX_REF_IDX; ++i) {
+        if (i <= last) read.push_back(weights[i] != LONG_MIN);
+        if (weights[i] == LONG_MIN) weights[i] = 0;
+    }
+    return read;
+}
+
+// Calls the library. Values that no element can have tell which elements were read.
+bool parse_header(const NalUnit& unit, const sps_t& sps, const pps_t& pps, int level, Slice& slice) {
+    slice_header_t& header = slice.header;
+    header = slice_header_t{};
+    header.num_ref_idx_l0_active_minus1 = pps.num_ref_idx_l0_default_active_minus1;
+    header.num_ref_idx_l1_active_minus1 = pps.num_ref_idx_l1_default_active_minus1;
+    header.rplm.abs_diff_pic_num_minus1 = header.rplm.long_term_pic_num = ULONG_MAX;
+    std::fill(std::begin(header.pwt.luma_weight_l0), std::end(header.pwt.luma_weight_l0), LONG_MIN);
+    std::fill(std::begin(header.pwt.luma_weight_l1), std::end(header.pwt.luma_weight_l1), LONG_MIN);
+    {
+        const DiagnosticsLevel parser_level(level);
+        if (parse_slice_header_nal(unit.bytes.data(), static_cast<int>(unit.bytes.size()), &sps, &pps, &header) == 0)
+            return false;
+    }
+    slice.has_abs_diff_pic_num_minus1 = header.rplm.abs_diff_pic_num_minus1 != ULONG_MAX;
+    slice.has_long_term_pic_num = header.rplm.long_term_pic_num != ULONG_MAX;
+    if (!slice.has_abs_diff_pic_num_minus1) header.rplm.abs_diff_pic_num_minus1 = 0;
+    if (!slice.has_long_term_pic_num) header.rplm.long_term_pic_num = 0;
+    slice.has_luma_weight_l0 = take_marks(header.pwt.luma_weight_l0, header.num_ref_idx_l0_active_minus1);
+    slice.has_luma_weight_l1 = take_marks(header.pwt.luma_weight_l1, header.num_ref_idx_l1_active_minus1);
+    return true;
+}
+
+}  // namespace
+
+const char* slice_type_name(std::uint64_t slice_type) {
+    constexpr std::array<const char*, kSliceKinds> kNames{"P", "B", "I", "SP", "SI"};
+    return kNames[slice_kind(slice_type)];
+}
+
+std::string read_slice_beginning(const NalUnit& unit, PayloadReader& payload, const ParameterSets& sets,
+                                 SliceBeginning& beginning) {
+    beginning.first_mb_in_slice = payload.ue();
+    beginning.slice_type = payload.ue();
+    beginning.pic_parameter_set_id = payload.ue();
+    beginning.readable = payload.ok() && beginning.slice_type < std::uint64_t{2} * kSliceKinds;
+    if (!payload.ok()) return parse_failure("slice header", unit);
+    if (!beginning.readable)
+        return "slice_type " + std::to_string(beginning.slice_type) + " is above " +
+               std::to_string(2 * kSliceKinds - 1);
+    const std::string pps_name = "picture parameter set " + std::to_string(beginning.pic_parameter_set_id);
+    if (beginning.pic_parameter_set_id > ParameterSets::kMaxPpsId)
+        return pps_name + ", to which it refers, is above " + std::to_string(ParameterSets::kMaxPpsId);
+    beginning.pps = sets.pps(beginning.pic_parameter_set_id);
+    if (beginning.pps == nullptr) return pps_name + ", to which it refers, is missing";
+    beginning.sps = sets.sps(beginning.pps->pps.seq_parameter_set_id);
+    if (beginning.sps == nullptr)
+        return "sequence parameter set " + std::to_string(beginning.pps->pps.seq_parameter_set_id) + ", to which its " +
+               pps_name + " refers, is missing";
+    return {};
+}
+
+std::string parse_slice(const NalUnit& unit, const ParameterSets& sets, Slice& slice) {
+    slice = Slice{};
+    PayloadReader payload(payload_of(unit, kBeginningBytes));
+    std::string failure = read_slice_beginning(unit, payload, sets, slice.beginning);
+    // For what the library says about a beginning that cannot be read.
+    if (!payload.ok()) parse_header(unit, sps_t{}, pps_t{}, sets.parser_level(), slice);
+    if (!failure.empty()) return failure;
+    if (!parse_header(unit, slice.beginning.sps->sps, slice.beginning.pps->pps, sets.parser_level(), slice))
+        return parse_failure("slice header", unit);
+    slice.has_chroma_weights = has_pred_weight_table(slice) && finds_chroma_weights(unit, slice);
+    return {};
+}
+
+bool has_pred_weight_table(const Slice& slice) {
+    const pps_t& pps = slice.beginning.pps->pps;
+    const SliceKind kind = slice_kind(slice.header.slice_type);
+    return kind == kSliceB ? pps.weighted_bipred_idc == 1
+                           : pps.weighted_pred_flag != 0 && (kind == kSliceP || kind == kSliceSP);
+}
+
+}  // namespace h264tool

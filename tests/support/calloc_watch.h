@@ -1,0 +1,36 @@
+// Watches the library's memory, and makes it run out on demand. For test programs that are linked with
+// --wrap=calloc and --wrap=free.
+#pragma once
+
+#include <cstddef>
+#include <set>
+#include <vector>
+
+namespace test {
+
+// While it lives it counts this thread's calls of calloc. One at a time.
+class CallocWatch {
+public:
+    // failing: which of the calls fails, 1 is the first; 0: none.
+    explicit CallocWatch(int failing = 0);
+    ~CallocWatch();
+    CallocWatch(const CallocWatch&) = delete;
+    CallocWatch& operator=(const CallocWatch&) = delete;
+
+    // Bytes asked for by each call.
+    const std::vector<std::size_t>& sizes() const { return sizes_; }
+    // Areas that were given and not freed.
+    std::size_t not_freed() const { return areas_.size(); }
+
+    // For the replaced functions.
+    bool grants(std::size_t size);
+    void given(void* area) { areas_.insert(area); }
+    void freed(void* area) { areas_.erase(area); }
+
+private:
+    int failing_;
+    std::vector<std::size_t> sizes_;
+    std::set<void*> areas_;
+};
+
+}  // namespace test
