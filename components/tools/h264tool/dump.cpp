@@ -11,17 +11,7 @@
 namespace h264tool {
 namespace {
 
-// The units that are looked into. Those of types 20 and 21 are not: they refer to parameter sets of extensions.
-enum NalType {
-    kSlice = 1,
-    kPartitionA = 2,
-    kIdrSlice = 5,
-    kSps = 7,
-    kPps = 8,
-    kDelimiter = 9,
-    kSubsetSps = 15,
-};
-
+// Units of types 20 and 21 are not looked into: they refer to parameter sets of extensions.
 AnnexBReader::KeptBytes kept_bytes(const NalTypeSet& selected) {
     AnnexBReader::KeptBytes kept{};
     for (const std::size_t type : {kSps, kPps, kSubsetSps}) kept[type] = kUnitBeginning;

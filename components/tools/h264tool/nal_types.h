@@ -9,6 +9,20 @@ namespace h264tool {
 
 using NalTypeSet = std::bitset<32>;
 
+// The types that the subcommands look into.
+enum NalUnitType {
+    kSlice = 1,
+    kPartitionA = 2,
+    kIdrSlice = 5,
+    kSei = 6,
+    kSps = 7,
+    kPps = 8,
+    kDelimiter = 9,
+    kEndOfSequence = 10,
+    kEndOfStream = 11,
+    kSubsetSps = 15,
+};
+
 // The content of a NAL unit of this type (0 to 31).
 std::string_view nal_type_name(unsigned nal_unit_type);
 

@@ -3,17 +3,18 @@
 #include <algorithm>
 #include <utility>
 
+#include "nal_types.h"
+
 namespace h264tool {
 namespace {
 
 constexpr std::size_t kHeaderBytes = 256;  // enough for the elements up to redundant_pic_cnt
-constexpr unsigned kIdrType = 5;
 
 }  // namespace
 
 std::string identify_slice(const NalUnit& unit, const ParameterSets& sets, SliceIdentity& slice) {
     slice = SliceIdentity{};
-    slice.idr = unit.type() == kIdrType;
+    slice.idr = unit.type() == kIdrSlice;
     slice.nal_ref_idc = unit.ref_idc();
     PayloadReader in(payload_of(unit, kHeaderBytes));
     std::string failure = read_slice_beginning(unit, in, sets, slice.beginning);

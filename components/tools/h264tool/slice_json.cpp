@@ -3,12 +3,12 @@
 #include <cstddef>
 #include <vector>
 
+#include "nal_types.h"
+
 namespace h264tool {
 namespace {
 
 using Json = nlohmann::ordered_json;
-
-constexpr unsigned kIdrType = 5;
 
 void add_picture_order_count(Json& json, const slice_header_t& header, const sps_t& sps, const pps_t& pps) {
     const bool bottom = pps.bottom_field_pic_order_in_frame_present_flag != 0 && header.field_pic_flag == 0;
@@ -121,7 +121,7 @@ Json slice_to_json(const Slice& slice, unsigned unit_type, unsigned ref_idc) {
     json["frame_num"] = header.frame_num;
     if (sps.frame_mbs_only_flag == 0) json["field_pic_flag"] = header.field_pic_flag;
     if (header.field_pic_flag != 0) json["bottom_field_flag"] = header.bottom_field_flag;
-    if (unit_type == kIdrType) json["idr_pic_id"] = header.idr_pic_id;
+    if (unit_type == kIdrSlice) json["idr_pic_id"] = header.idr_pic_id;
     add_picture_order_count(json, header, sps, pps);
     if (pps.redundant_pic_cnt_present_flag != 0) json["redundant_pic_cnt"] = header.redundant_pic_cnt;
     if (kind == kSliceB) json["direct_spatial_mv_pred_flag"] = header.direct_spatial_mv_pred_flag;
@@ -132,7 +132,7 @@ Json slice_to_json(const Slice& slice, unsigned unit_type, unsigned ref_idc) {
     }
     if (inter) json["ref_pic_list_modification"] = modification_to_json(slice);
     if (has_pred_weight_table(slice)) json["pred_weight_table"] = weight_table_to_json(slice, sps);
-    if (ref_idc != 0) json["dec_ref_pic_marking"] = marking_to_json(header.drpm, unit_type == kIdrType);
+    if (ref_idc != 0) json["dec_ref_pic_marking"] = marking_to_json(header.drpm, unit_type == kIdrSlice);
     add_quantization_and_filter(json, header, pps);
 
     Json& derived = json["derived"];

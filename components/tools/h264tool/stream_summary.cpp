@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <numeric>
 
+#include "nal_types.h"
 #include "sps_properties.h"
 #include "stream_input.h"
 
@@ -10,19 +11,6 @@ namespace h264tool {
 namespace {
 
 constexpr std::size_t kSliceBytes = 256;
-
-enum NalType {
-    kSlice = 1,
-    kPartitionA = 2,
-    kIdrSlice = 5,
-    kSei = 6,
-    kSps = 7,
-    kPps = 8,
-    kDelimiter = 9,
-    kEndOfSequence = 10,
-    kEndOfStream = 11,
-    kSubsetSps = 15,
-};
 
 // Whether a unit stands before the slices of its access unit, ITU-T H.264 7.4.1.2.3.
 bool precedes_slices(unsigned type) { return (type >= kSei && type <= kDelimiter) || (type >= 13 && type <= 18); }

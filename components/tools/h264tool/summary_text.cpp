@@ -107,8 +107,8 @@ std::string head(const StreamSummary& summary, const InputFacts& input) {
         text += line("Duration", "unknown, since the stream does not signal its frame rate");
     }
     const auto& units = summary.units_by_type();
-    text += line("SPS", sets(summary.sequence_parameter_sets(), units[7]));
-    text += line("PPS", sets(summary.picture_parameter_sets(), units[8]));
+    text += line("SPS", sets(summary.sequence_parameter_sets(), units[kSps]));
+    text += line("PPS", sets(summary.picture_parameter_sets(), units[kPps]));
     if (summary.result().damaged_units() > 0)
         text += line("Damage", count_of(summary.result().damaged_units(), "unit") +
                                    " could not be parsed and may be missing in what follows; h264tool dump tells more");
@@ -156,7 +156,7 @@ std::string picture_table(const StreamSummary& summary) {
     text +=
         format("%-*s %9s %9s %9s %9s %9s %9s\n", kLabelWidth, "  slices", grouped(slices[kSliceI]).c_str(),
                grouped(slices[kSliceP]).c_str(), grouped(slices[kSliceB]).c_str(), grouped(slices[kSliceSI]).c_str(),
-               grouped(slices[kSliceSP]).c_str(), grouped(summary.units_by_type()[5].units).c_str());
+               grouped(slices[kSliceSP]).c_str(), grouped(summary.units_by_type()[kIdrSlice].units).c_str());
     return text;
 }
 
