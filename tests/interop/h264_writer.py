@@ -1,4 +1,5 @@
-"""Writes H.264 parameter sets bit by bit (ITU-T H.264 7.3.2.1.1, E.1.1 and E.1.2) and takes byte streams apart."""
+"""Writes H.264 parameter sets bit by bit (ITU-T H.264 7.3.2.1.1, 7.3.2.2, E.1.1 and E.1.2) and takes byte streams
+apart."""
 
 HIGH_PROFILES = (100, 110, 122, 244, 44, 83, 86, 118, 128)
 
@@ -159,3 +160,56 @@ def _hrd_parameters(w, hrd):
         w.u(1, cbr_flag)
     for length in hrd.get("lengths", [23, 23, 23, 24]):  # initial CPB removal, CPB removal, DPB output, time offset
         w.u(5, length)
+
+
+def pps(fields, nal_ref_idc=3, start_code_length=4):
+    """A picture parameter set NAL unit. Elements that are not in fields are 0. transform_8x8_mode_flag is that of the
+    elements behind redundant_pic_cnt_present_flag."""
+    w = BitWriter()
+    get = fields.get
+    w.ue(fields["pic_parameter_set_id"])
+    w.ue(fields["seq_parameter_set_id"])
+    w.u(1, get("entropy_coding_mode_flag", 0))
+    w.u(1, get("bottom_field_pic_order_in_frame_present_flag", 0))
+    w.ue(get("num_slice_groups_minus1", 0))
+    if get("num_slice_groups_minus1", 0) > 0:
+        _slice_groups(w, fields)
+    w.ue(get("num_ref_idx_l0_default_active_minus1", 0))
+    w.ue(get("num_ref_idx_l1_default_active_minus1", 0))
+    w.u(1, get("weighted_pred_flag", 0))
+    w.u(2, get("weighted_bipred_idc", 0))
+    w.se(get("pic_init_qp_minus26", 0))
+    w.se(get("pic_init_qs_minus26", 0))
+    w.se(get("chroma_qp_index_offset", 0))
+    w.u(1, get("deblocking_filter_control_present_flag", 0))
+    w.u(1, get("constrained_intra_pred_flag", 0))
+    w.u(1, get("redundant_pic_cnt_present_flag", 0))
+    if "transform_8x8_mode_flag" in fields:
+        w.u(1, fields["transform_8x8_mode_flag"])
+        w.u(1, int("scaling_list" in fields))
+        for deltas in get("scaling_list", []):
+            w.u(1, int(deltas is not None))
+            for delta in deltas or []:
+                w.se(delta)
+        w.se(get("second_chroma_qp_index_offset", 0))
+    return nal_unit(8, w.with_trailing_bits(), nal_ref_idc, start_code_length)
+
+
+def _slice_groups(w, fields):
+    map_type = fields["slice_group_map_type"]
+    w.ue(map_type)
+    if map_type == 0:
+        for run_length_minus1 in fields["run_length_minus1"]:
+            w.ue(run_length_minus1)
+    elif map_type == 2:
+        for corners in fields["rectangles"]:  # top_left, bottom_right of each
+            for corner in corners:
+                w.ue(corner)
+    elif map_type in (3, 4, 5):
+        w.u(1, fields["slice_group_change_direction_flag"])
+        w.ue(fields["slice_group_change_rate_minus1"])
+    elif map_type == 6:
+        ids = fields["slice_group_id"]
+        w.ue(len(ids) - 1)
+        for slice_group_id in ids:
+            w.u(fields["num_slice_groups_minus1"].bit_length(), slice_group_id)

@@ -7,6 +7,7 @@ import unittest
 from unittest import mock
 
 import compare_with_ffmpeg
+import deliberate
 import elements
 import h264_writer
 import trace_headers
@@ -123,7 +124,7 @@ class ComparisonTest(unittest.TestCase):
         self.assertEqual(differences(self.ours), [])
 
     def test_every_value_counts(self):
-        for path in elements.from_tool(self.sps):
+        for path in elements.from_tool("sps", self.sps):
             changed = copy.deepcopy(self.ours)
             holder = changed[2]["sps"]
             *steps, last = (int(step) if step.isdigit() else step for step in re.findall(r"\w+", path))
@@ -162,13 +163,17 @@ class ComparisonTest(unittest.TestCase):
 
     def test_deliberate_difference_must_occur(self):
         comparison = compare_with_ffmpeg.Comparison()
-        key = ("sps", "profile_idc")
-        with mock.patch.object(elements, "DELIBERATE", {key: "a reason"}):
+        with mock.patch.object(deliberate, "DELIBERATE", {"sps.reason": "a text"}):
             comparison.add_stream("stream", trace_headers.parse(HEAD + DELIMITER + PARAMETER_SET), self.ours)
             comparison.check_amount()
-            self.assertIn("profile_idc of sps is listed as different and is not", comparison.differences)
-            self.sps["profile_idc"] = 1
-            self.assertEqual(differences(self.ours), [])
+            self.assertIn("sps.reason is listed as a difference and does not occur", comparison.differences)
+
+    def test_refused_unit(self):
+        self.ours[0]["error"] = "too short"
+        self.assertIn("h264tool refuses the unit: too short", "".join(differences(self.ours)))
+        self.ours = copy.deepcopy(OURS)
+        self.ours[2]["error"] = "too long"
+        self.assertIn("h264tool has no sps", "".join(differences(self.ours)))
 
     def test_too_little_is_a_failure(self):
         comparison = compare_with_ffmpeg.Comparison()

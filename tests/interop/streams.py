@@ -92,6 +92,18 @@ ENCODED = {
     "intra_refresh": x264("intra-refresh=1:keyint=4:bframes=0", frames=10),
     "open_gop": x264("open-gop=1:keyint=4:min-keyint=4:bframes=2:b-adapt=0", frames=12),
     "slices": x264("slices=3:cabac=0"),
+    "slices_cabac": x264("slices=3:bframes=2:b-adapt=0:ref=4", frames=9),
+    "slices_mbaff": x264("slices=2:tff=1:bframes=2:b-adapt=0:ref=4", frames=9),
+    "weights": x264("weightp=2:ref=4:bframes=2:b-adapt=0", filters="fade=in:0:10", frames=16),
+    "weights_cavlc": x264("weightp=2:ref=4:cabac=0:bframes=0", filters="fade=out:2:10", frames=16),
+    "weights_gray": x264("weightp=2:ref=6:bframes=2:b-adapt=0:slices=2", pix_fmt="gray", filters="fade=in:0:10",
+                         frames=16),
+    "weights_luma": x264("weightp=2:ref=4:bframes=0", filters="fade=in:0:10,lutyuv=u=128:v=128", frames=16),
+    "weights_implicit": x264("weightb=1:weightp=0:bframes=3:b-adapt=0:ref=4:direct=temporal", frames=12),
+    "no_weights": x264("weightb=0:weightp=0:bframes=3:b-adapt=0:direct=auto:constrained-intra=1", frames=12),
+    "temporal_mbaff": x264("bff=1:direct=temporal:bframes=3:b-adapt=0:ref=5:b-pyramid=normal", frames=12),
+    "deblocking": x264("deblock=-3,2:chroma-qp-offset=5:qp=31:ref=5:bframes=2:b-adapt=0", frames=9),
+    "no_deblocking": x264("no-deblock=1"),
     "level_1b": x264("level=1b:bframes=0:ref=1", options=("-profile:v", "baseline")),
     "level_1b_high": x264("level=1b"),
     "level_1": x264("level=1"),
@@ -165,4 +177,14 @@ def splice(directory, base, name, units):
     path = os.path.join(directory, "made_" + name + ".h264")
     with open(path, "wb") as file:
         file.write(b"".join(base_units[:at] + units + base_units[at:]))
+    return path
+
+
+def append(directory, base, name, units):
+    """Puts the units behind the stream base."""
+    path = os.path.join(directory, "made_" + name + ".h264")
+    with open(os.path.join(directory, base + ".h264"), "rb") as file:
+        data = file.read()
+    with open(path, "wb") as file:
+        file.write(data + b"".join(units))
     return path
