@@ -61,7 +61,7 @@ struct Step {
     bool operator==(const Step&) const = default;
 };
 
-struct Outcome {
+struct ProgramOutcome {
     std::vector<Step> steps;
     Bytes area;
 };
@@ -290,18 +290,18 @@ inline Step run(const Instruction& instruction, bitbuffer_t* bb) {
 }
 
 // The area ends at unreadable memory. Messages of one program are the same in every run over the same area.
-inline Outcome run_library(const BitProgram& program, GuardedBuffer& area) {
+inline ProgramOutcome run_library(const BitProgram& program, GuardedBuffer& area) {
     std::copy(program.area.begin(), program.area.end(), area.data());
     bitbuffer_t bb = {area.data(), 0, program.num_bits};
-    Outcome outcome;
+    ProgramOutcome outcome;
     for (const Instruction& instruction : program.instructions) outcome.steps.push_back(run(instruction, &bb));
     outcome.area = area.bytes();
     return outcome;
 }
 
-inline Outcome run_model(const BitProgram& program) {
+inline ProgramOutcome run_model(const BitProgram& program) {
     BitModel model(program.area, program.num_bits);
-    Outcome outcome;
+    ProgramOutcome outcome;
     for (const Instruction& instruction : program.instructions) outcome.steps.push_back(run(instruction, model));
     outcome.area = model.bytes;
     return outcome;

@@ -24,7 +24,8 @@ std::string describe(const test::BitProgram& program, std::size_t i, const test:
     return text;
 }
 
-void expect_same(const test::BitProgram& program, const test::Outcome& outcome, const test::Outcome& expected) {
+void expect_same(const test::BitProgram& program, const test::ProgramOutcome& outcome,
+                 const test::ProgramOutcome& expected) {
     ASSERT_EQ(outcome.steps.size(), expected.steps.size());
     for (std::size_t i = 0; i < outcome.steps.size(); ++i)
         ASSERT_EQ(describe(program, i, outcome.steps[i]), describe(program, i, expected.steps[i]))
@@ -48,7 +49,7 @@ INSTANTIATE_TEST_SUITE_P(Levels, BitPrograms, testing::Values(kNoHandle, 0, 3, 6
 TEST_P(BitPrograms, GiveTheModelsResultsPositionsAndBytes) {
     for (unsigned seed = 0; seed < kPrograms; ++seed) {
         const test::BitProgram program = test::random_bit_program(seed);
-        const test::Outcome expected = run_model(program);
+        const test::ProgramOutcome expected = run_model(program);
         for (const test::Guard guard : {test::Guard::kBehind, test::Guard::kBefore}) {
             test::GuardedBuffer area(program.area.size(), guard);
             test::reset(GetParam() == kNoHandle ? 8 : GetParam());
@@ -87,7 +88,7 @@ TEST(BitProgramCoverage, EveryOperationSucceedsAndFails) {
     std::vector<int> succeeded(kOperations), failed(kOperations);
     for (unsigned seed = 0; seed < kPrograms; ++seed) {
         const test::BitProgram program = test::random_bit_program(seed);
-        const test::Outcome outcome = run_model(program);
+        const test::ProgramOutcome outcome = run_model(program);
         for (std::size_t i = 0; i < outcome.steps.size(); ++i)
             ++(outcome.steps[i].result == 0 ? succeeded : failed)[static_cast<std::size_t>(program.instructions[i].op)];
     }

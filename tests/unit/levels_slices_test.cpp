@@ -2,6 +2,7 @@
 // as much of a slice as its header needs, above it the whole unit: results, records and messages are the same.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <optional>
 #include <set>
 
@@ -204,6 +205,29 @@ TEST(LevelsSlices, EmulationPreventionAroundTheBoundaries) {
     }
     for (std::size_t place = 253; place <= 259; ++place) EXPECT_TRUE(places.count(place)) << place;
     for (std::size_t place = 2045; place <= 2051; ++place) EXPECT_TRUE(places.count(place)) << place;
+}
+
+// Weights whose codes end in 00 00 01: the byte behind an emulation prevention byte belongs to a value that is kept.
+TEST(LevelsSlices, ValuesBehindEmulationPrevention) {
+    int at_the_boundary = 0;
+    for (std::size_t few = 0; few < 200; ++few) {
+        SliceSyntax slice = long_header(0, 0, few);
+        slice.weights_l0.assign(32, {true, -(1 << 23), -(1 << 23), true});
+        const Bytes unit = slice.unit();
+        const std::vector<std::size_t> places = emulation_prevention(unit);
+        at_the_boundary += std::count(places.begin(), places.end(), 256U) > 0 ? 1 : 0;
+        ASSERT_NO_FATAL_FAILURE(expect_the_same_at_all_levels(slice, unit));
+        slice_header_t record = slice.record_before();
+        test::GuardedBuffer memory(unit);
+        test::reset(0);
+        ASSERT_EQ(parse_slice_header_nal(memory.data(), static_cast<int>(unit.size()), &slice.sps, &slice.pps, &record),
+                  1);
+        for (int i = 0; i < 32; ++i) {
+            ASSERT_EQ(record.pwt.luma_weight_l0[i], -(1 << 23));
+            ASSERT_EQ(record.pwt.luma_offset_l0[i], -(1 << 23));
+        }
+    }
+    EXPECT_GT(at_the_boundary, 0);
 }
 
 // Runs of zeros that no code ends, across both boundaries.

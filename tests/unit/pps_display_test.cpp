@@ -122,9 +122,7 @@ TEST(PpsDisplay, GroupsBehindTheEighthAreNotInTheRecord) {
         Lines runs = groups + Lines{"slice_group_map_type=0."};
         for (unsigned i = 0; i < 8; ++i) runs.push_back(text("run_length_minus1[%u]=0.", i));
         pps.slice_group_map_type = 0;
-        if (num_slice_groups_minus1 != ~0UL) {
-            EXPECT_EQ(displayed(PpsSyntax{}.sps(), pps), with_groups(runs));
-        }
+        EXPECT_EQ(displayed(PpsSyntax{}.sps(), pps), with_groups(runs));
         Lines rectangles = groups + Lines{"slice_group_map_type=2."};
         for (unsigned i = 0; i < (num_slice_groups_minus1 == 7 ? 7 : 8); ++i)
             rectangles = rectangles + Lines{text("top_left[%u]=0.", i), text("bottom_right[%u]=0.", i)};

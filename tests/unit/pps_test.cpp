@@ -49,7 +49,7 @@ TEST(Pps, RandomOnes) {
     }
 }
 
-// Made by x264 with its defaults; the values are those that ffmpeg's trace_headers shows.
+// Made by x264 with its defaults; the values were decoded from the bytes by hand.
 TEST(Pps, OfARealStream) {
     const BitsRead<pps_t> read({0xEB, 0xE3, 0xCB, 0x22, 0xC0}, 40, 3, filled<pps_t>(0x11), reader({}));
     EXPECT_EQ(read.result, 0);

@@ -308,7 +308,7 @@ TEST(SliceDisplay, CountsBeyondTheRecordAreBounded) {
     test::GuardedBuffer memory(sizeof(slice_header_t));
     auto* record = new (memory.data()) slice_header_t{};
     record->slice_type = 6;
-    for (const unsigned long count_minus1 : {30UL, 31UL, 32UL, 4294967294UL, ~0UL - 1}) {
+    for (const unsigned long count_minus1 : {30UL, 31UL, 32UL, 4294967294UL, ~0UL}) {
         record->num_ref_idx_l0_active_minus1 = record->num_ref_idx_l1_active_minus1 = count_minus1;
         const Lines lines = lines_of([&] { _display_pred_weight_table(0, record); }, 6);
         EXPECT_EQ(lines.size(), count_minus1 == 30 ? 1U + 2 * 31 : 1U + 2 * 32);

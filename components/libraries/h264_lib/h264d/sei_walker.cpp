@@ -23,7 +23,7 @@ struct Payload {
     const unsigned char* bytes;
     int length;  // -1 when de-encapsulation failed
 
-    unsigned char operator[](int i) const { return i < length ? bytes[i] : 0; }
+    unsigned char operator[](std::int64_t i) const { return i < length ? bytes[i] : 0; }
 };
 
 }  // namespace
@@ -116,8 +116,9 @@ BOOL DetermineSEIType(const unsigned char* pBuffer, int BufferLen, int* pPayload
     LOG(7,
         "CHECK - NAL type:%02X, Buffer_len:%d, SODB Len:%d, Current idx:%d, Next SODB bytes: 0x%02X %02X %02X %02X "
         "%02X.",
-        static_cast<unsigned int>(nal_unit_type), BufferLen, sodb_len, index, payload[index], payload[index + 1],
-        payload[index + 2], payload[index + 3], payload[index + 4]);
+        static_cast<unsigned int>(nal_unit_type), BufferLen, sodb_len, index, payload[index],
+        payload[index + std::int64_t{1}], payload[index + std::int64_t{2}], payload[index + std::int64_t{3}],
+        payload[index + std::int64_t{4}]);
 
     // The loops look at the byte behind the one just added, not at the one added: a payloadSize byte of 0xFF behind the
     // payloadType is added to the type. This is meant.
