@@ -20,8 +20,9 @@ using h264::kByteTraceLevel;
 bool read_short_code(bitbuffer_t* bb, std::uint64_t& value) {
     if (is_emitted(kByteTraceLevel)) return false;
     const BitWindow window = h264::peek(*bb);
-    const auto length = 2 * static_cast<unsigned int>(std::countl_zero(window.bits)) + 1;
-    if (length > window.count) return false;
+    const auto zeros = static_cast<unsigned int>(std::countl_zero(window.bits));
+    const unsigned int length = 2 * zeros + 1;
+    if (zeros > 31 || length > window.count) return false;
     bb->bit_offset += length;
     value = (window.bits >> (64 - length)) - 1;
     return true;
