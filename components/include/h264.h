@@ -395,6 +395,14 @@ typedef struct sei_buffering_period_s {
     SEI_message_t header;                                            /**< filled by the caller; payload_index is used */
 } sei_buffering_period_t;
 
+/** A schedule's initial delays for set_sei_buffering_period. */
+typedef struct sei_bp_set_s {
+    unsigned long SchedSelIdx;                      /**< the schedule, from 0 */
+    int enHRDCbpType;                               /**< its HRD: 1 = NAL, 2 = VCL */
+    unsigned long initial_cpb_removal_delay;        /**< u(v) */
+    unsigned long initial_cpb_removal_delay_offset; /**< u(v) */
+} sei_bp_set_t;
+
 /** @} */
 
 /** @name NAL units
@@ -616,7 +624,7 @@ H264_API int format_end_of_sequence_nalu(unsigned char* buffer, unsigned int len
  * 0, call, and call again with the same buffer and the offsets as the call left them while there are more messages. A
  * call that fails ends the walk; so does a message above MAX_PAYLOAD_TYPE and registered user data of an unknown kind.
  * A payloadSize byte of 0xFF that follows the payloadType is added to the type: messages of 255 bytes and more are
- * not found.
+ * not found. A byte of 0xFF with which a payload begins is added to its payloadSize.
  * @param pBuffer            the unit with its start code
  * @param BufferLen          bytes in pBuffer, at least 7
  * @param pPayloadOffset     bytes behind the NAL header at which the message starts, emulation prevention removed;
@@ -748,6 +756,128 @@ H264_API int format_sei_user_data_unregistered_nal(unsigned char* buffer, int bu
  */
 H264_API int FormatMISPMicroSecondTimeSEI(unsigned char* buffer, int len, const INT64* pllUsecTime,
                                           unsigned char StatusByte);
+
+/** @} */
+
+/** @name Rewriting
+ *  Three steps change a sequence parameter set: read it into a record, change elements of the record, and hand record
+ *  and unit (or its payload in a bit buffer, emulation prevention removed, profile_idc at bit 0) to a function here.
+ *  All of them rely on the bit positions in the record: it must be that of the very bits that are changed. A function
+ *  that changes the length makes the positions behind the change wrong; read the result into a new record.
+ *  @{ */
+
+/**
+ * Overwrites level_idc in place. Payloads of fewer than 24 bits stay as they are.
+ * @param sps_bb  the payload; left behind the element
+ * @param sps     its level_idc is written
+ * @return 0
+ */
+H264_API int set_sps_level_idc(bitbuffer_t* sps_bb, sps_t* sps);
+
+/**
+ * Overwrites num_units_in_tick, time_scale and fixed_frame_rate_flag in place. To add them to a VUI that has none use
+ * H264Lib_Set_sps_vui_parameters_NAL.
+ * @param vui_bb  the payload; left behind the elements. Each of the three that does not fit is not written.
+ * @param vui     its three elements are written
+ * @return 0; -1, with nothing written, when timing_info_present_flag is 0 or timing_info_offset is negative, and for a
+ *         null argument (which is not reported)
+ */
+H264_API int set_vui_timing_info(bitbuffer_t* vui_bb, vui_t* vui);
+
+/**
+ * Sets pic_struct_present_flag to 1, in place and in the record.
+ * @param vui_bb  the payload; left behind the element. A position outside it is not reported: nothing is written then.
+ * @param vui     of an SPS with a VUI: pic_struct_present_offset tells where the flag stands
+ * @return 0; -1 for a null argument (which is not reported)
+ */
+H264_API int set_vui_pic_struct_present_flag(bitbuffer_t* vui_bb, vui_t* vui);
+
+/**
+ * Writes the four frame cropping offsets and moves what stands behind them. The record's frame_cropping_flag, as it
+ * was read, tells whether the payload has offsets to replace (1) or the flag is to be set and offsets inserted (0).
+ * What follows, the stop bit and the zeros behind it included, is moved as it is: the payload's last byte is filled
+ * with the bits that the area held there, so zero the spare bytes beforehand. An offset that has no room is reported
+ * and left out.
+ * @param sps_bb  the payload, in an area with room for 4 codes of up to 63 bits
+ * @param SpsLen  bytes of the payload, without the room; at most 256 behind the cropping part
+ * @param sps     its four offsets are written; its frame_cropping_flag is set to 1 when they are inserted
+ * @return when offsets were inserted: the new length in bits, rounded up to whole bytes; when they were replaced: the
+ *         size of the area in bits, rounded up to whole bytes (the new length is sps_bb->bit_offset, rounded up); -1
+ *         on failure, with the payload possibly changed in part
+ */
+H264_API int set_sps_crop(bitbuffer_t* sps_bb, int SpsLen, sps_t* sps);
+
+/**
+ * Makes a new SPS unit with the VUI elements of a record up to fixed_frame_rate_flag. What stands before the VUI, and
+ * everything from nal_hrd_parameters_present_flag on, is the given unit's. Only an SPS that has a VUI can be rewritten.
+ * The result of the encapsulation is not looked at: when there is no room for the rewritten payload the call succeeds
+ * with a unit of start code and header byte only; look at the length. Units of up to 64 bytes behind the start code
+ * always have room. The new unit may end in a zero byte.
+ * @param pBuffer         the unit with its start code; a last byte of zero is reported as a failed assertion
+ * @param buffer_len      bytes in pBuffer; at most 256 behind the start code
+ * @param sps             the record of this unit, with the wanted values
+ * @param ppNewSpsBuffer  receives the new unit, which the caller gives to H26XLib_Release_sps_buffer
+ * @param pNewSPSLength   receives its length in bytes, start code included
+ * @return TRUE; FALSE when the unit has no start code or the record cannot be written, with null and 0 stored, and when
+ *         the unit cannot be de-encapsulated or there is no memory, with nothing stored
+ */
+H264_API BOOL H264Lib_Set_sps_vui_parameters_NAL(const unsigned char* pBuffer, unsigned int buffer_len,
+                                                 const sps_t* sps, unsigned char** ppNewSpsBuffer, UINT* pNewSPSLength);
+
+/**
+ * Overwrites the initial delays of one schedule of a buffering period message in place, ITU-T H.264 D.1.2. The payload
+ * keeps its length; putting it into a unit again may take another number of emulation prevention bytes
+ * (RBSP_encapsulation_within_NAL). The VCL HRD's schedules are looked for right behind seq_parameter_set_id, where they
+ * stand only when there is no NAL HRD: with one, the NAL HRD's schedules are overwritten, or what stands at that place.
+ * Use enHRDCbpType 2 only when the VUI has no NAL HRD.
+ * @param bp_bb      the payload of the SEI unit, emulation prevention removed, bit 0 being the first one behind the NAL
+ *                   header; left behind the last element written, or where the failure occurred
+ * @param BpLen      bytes of the payload, at least 4 (a smaller number is reported as a failed assertion); otherwise
+ *                   not looked at
+ * @param pVui       VUI of the active sequence parameter set
+ * @param pBpValues  schedule and values; bits of a value above initial_cpb_removal_delay_length_minus1 + 1 are dropped
+ *                   without a report
+ * @param pSei_bp    the record of this very message, from parse_sei_buffering_period_nal
+ * @return TRUE when both values have been written; FALSE when the schedule was not in the message, the HRD is not in
+ *         the VUI, or the data ends. The first of the two values may have been written then.
+ */
+H264_API BOOL set_sei_buffering_period(bitbuffer_t* bp_bb, int BpLen, const vui_t* pVui, const sei_bp_set_t* pBpValues,
+                                       const sei_buffering_period_t* pSei_bp);
+
+/** Bytes of an SEI unit behind its start code that H264Lib_Set_SEIPictiming_NAL takes, and of all that it makes. */
+#define H264_MAX_SEI_PICTIMING_SIZE_BYTES 32
+
+/**
+ * Makes a new SEI unit with one picture timing message, ITU-T H.264 D.1.3, from a record. Start code and NAL header are
+ * the given unit's; none of its messages is carried over. The syntax follows the SPS with these differences from
+ * parse_sei_pictiming_nal: delays are written when there is a VUI with an HRD (CpbDpbDelaysPresentFlag is not looked
+ * at), and time_offset has the length of the NAL HRD's record, else of the VCL HRD's, whichever is not 0, present or
+ * not; when both are 0 it is not written. Values wider than their element lose their high bits without a report.
+ *
+ * Check the length of the unit first: a call whose unit cannot be de-encapsulated (fewer than 3 bytes or more than
+ * H264_MAX_SEI_PICTIMING_SIZE_BYTES behind the start code, or no payload) loses 32 bytes of memory and leaves both
+ * outputs as they were. Check the length of the result as well: a payload of more than 17 bytes has no room, and the
+ * call then succeeds with a unit that ends behind the message's size, 3 bytes behind the start code.
+ * @param pBuffer         an SEI unit with its start code
+ * @param buffer_len      bytes in pBuffer
+ * @param sps             the active sequence parameter set
+ * @param pt              the message: NumClockTS timestamps, at most 3, are written whatever pic_struct says, and
+ *                        header.payload_type, which should be 1, as the message's type
+ * @param ppNewSEIBuffer  receives the new unit, which the caller gives to H26XLib_Release_sps_buffer
+ * @param pNewSEILength   receives its length in bytes, start code included
+ * @return TRUE; FALSE when the unit has no start code or the message does not fit into 32 bytes or cannot be written,
+ *         with null and 0 stored, and when the unit cannot be de-encapsulated or there is no memory, with nothing
+ *         stored
+ */
+H264_API BOOL H264Lib_Set_SEIPictiming_NAL(const unsigned char* pBuffer, unsigned int buffer_len, const sps_t* sps,
+                                           const sei_pic_timing_t* pt, unsigned char** ppNewSEIBuffer,
+                                           unsigned int* pNewSEILength);
+
+/**
+ * Releases a unit that a function of this group made.
+ * @param pvBuffer  the unit; may be null
+ */
+H264_API void H26XLib_Release_sps_buffer(void* pvBuffer);
 
 /** @} */
 

@@ -1,4 +1,5 @@
-// Emulation prevention, one byte at a time, with the room checks of the library's two encapsulation functions.
+// Emulation prevention, one byte at a time: with the room checks of the library's two encapsulation functions, and
+// back.
 #pragma once
 
 #include <cstdint>
@@ -42,5 +43,25 @@ inline Encapsulated encapsulation_model(const Bytes& input, std::size_t room, bo
 
 // The bytes with emulation prevention, in an output that is large enough.
 inline Bytes emulation_prevented(const Bytes& input) { return encapsulation_model(input, SIZE_MAX / 2).bytes; }
+
+// The payload of a unit from its header byte on, one byte at a time: 00 00 03 gives 00 00 while at least two bytes
+// follow the first of the three.
+inline Bytes payload_of(const Bytes& unit) {
+    const auto size = static_cast<long>(unit.size());
+    const int type = unit[0] & 0x1F;
+    long at = type == 14 || type == 20 ? 4 : 1;
+    Bytes out;
+    while (at < size) {
+        const auto i = static_cast<std::size_t>(at);
+        if (at < size - 2 && unit[i] == 0 && unit[i + 1] == 0 && unit[i + 2] == 3) {
+            out.insert(out.end(), 2, 0);
+            at += 3;
+        } else {
+            out.push_back(unit[i]);
+            ++at;
+        }
+    }
+    return out;
+}
 
 }  // namespace test

@@ -66,20 +66,21 @@ struct ProgramOutcome {
     Bytes area;
 };
 
-inline BitProgram random_bit_program(unsigned seed) {
-    std::mt19937_64 random(seed);
-    const auto below = [&](std::uint64_t limit) { return static_cast<std::uint32_t>(random() % limit); };
+// source: below(limit) gives a number below the limit, any() one of 64 bits.
+template <class Source>
+BitProgram make_bit_program(Source& source, unsigned bytes, bool sparse, int instructions) {
+    const auto below = [&](std::uint64_t limit) { return static_cast<std::uint32_t>(source.below(limit)); };
     BitProgram program;
-    program.area.resize(1 + below(seed % 4 == 0 ? 200 : 12));
-    // Every other area is sparse, so that it holds long runs and long codes.
+    program.area.resize(bytes);
+    // A sparse area holds long runs and long codes.
     for (unsigned char& byte : program.area)
-        byte = static_cast<unsigned char>(seed % 2 == 0 || below(6) == 0 ? random() : 0);
+        byte = static_cast<unsigned char>(!sparse || below(6) == 0 ? source.any() : 0);
     program.num_bits = static_cast<std::uint32_t>(8 * program.area.size()) - below(8);
-    for (int i = 0; i < 120; ++i) {
+    for (int i = 0; i < instructions; ++i) {
         Instruction instruction{};
         instruction.op = static_cast<Op>(below(static_cast<std::uint64_t>(Op::kEnd)));
         instruction.null = below(6) == 0;
-        instruction.value = random() >> below(64);
+        instruction.value = source.any() >> below(64);
         instruction.member = below(8);
         switch (instruction.op) {
             case Op::kSeek:
@@ -112,6 +113,16 @@ inline BitProgram random_bit_program(unsigned seed) {
         program.instructions.push_back(instruction);
     }
     return program;
+}
+
+inline BitProgram random_bit_program(unsigned seed) {
+    struct {
+        std::mt19937_64 random;
+        std::uint64_t any() { return random(); }
+        std::uint64_t below(std::uint64_t limit) { return random() % limit; }
+    } source{std::mt19937_64(seed)};
+    const auto bytes = static_cast<unsigned>(1 + source.below(seed % 4 == 0 ? 200 : 12));
+    return make_bit_program(source, bytes, seed % 2 != 0, 120);
 }
 
 // What kSetString writes: a string of n bits made from value.

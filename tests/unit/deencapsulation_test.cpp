@@ -4,6 +4,7 @@
 #include <random>
 
 #include "diagnostics.h"
+#include "encapsulation_model.h"
 #include "fake_clock.h"
 #include "guarded_buffer.h"
 #include "h264d/h264d.h"
@@ -12,28 +13,10 @@
 namespace {
 
 using test::GuardedBuffer;
+using test::payload_of;
 using Bytes = std::vector<unsigned char>;
 
 constexpr int kRefused = -1;
-
-// The payload, one byte at a time: 00 00 03 gives 00 00 while at least two bytes follow the first of the three.
-Bytes payload_of(const Bytes& unit) {
-    const auto size = static_cast<long>(unit.size());
-    const int type = unit[0] & 0x1F;
-    long at = type == 14 || type == 20 ? 4 : 1;
-    Bytes out;
-    while (at < size) {
-        const auto i = static_cast<std::size_t>(at);
-        if (at < size - 2 && unit[i] == 0 && unit[i + 1] == 0 && unit[i + 2] == 3) {
-            out.insert(out.end(), 2, 0);
-            at += 3;
-        } else {
-            out.push_back(unit[i]);
-            ++at;
-        }
-    }
-    return out;
-}
 
 // De-encapsulates into an area of outbuf_len bytes between unreadable memory and a pattern, which must survive behind
 // the payload.

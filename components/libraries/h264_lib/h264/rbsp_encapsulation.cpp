@@ -1,32 +1,147 @@
 // Insertion of emulation prevention bytes, ITU-T H.264 7.3.1 and 7.4.1.
 #include <algorithm>
+#include <bit>
 #include <cstring>
 
+#include "byte_block.h"
 #include "h264/h264_module.h"
 
 namespace {
 
-constexpr std::size_t kStartCodeZeros = 2;
+using h264::kBlockBytes;
+using h264::kBlockReach;
 
-// The first index from start on at which 00 00 is followed by a byte up to 03; length when there is none.
-std::size_t find_escape(const unsigned char* bytes, std::size_t start, std::size_t length) {
-    std::size_t i = start;
-    while (i + kStartCodeZeros < length) {
-        if (bytes[i] != 0) {
-            const void* zero = std::memchr(bytes + i, 0, length - kStartCodeZeros - i);
-            if (zero == nullptr) return length;
-            i = static_cast<std::size_t>(static_cast<const unsigned char*>(zero) - bytes);
-        }
-        if (bytes[i + 1] != 0) {
-            i += 2;
-        } else if (bytes[i + 2] > 3) {
-            i += 3;
-        } else {
-            return i;
-        }
-    }
-    return length;
+constexpr unsigned char kEmulationPrevention = 3;
+// Bytes that are moved singly before it is tried again to move more at a time.
+constexpr std::size_t kSingleBytes = 16;
+
+// Of candidates in a row, every second one: an emulation prevention byte ends the run of zeros before it, so that the
+// byte next to the one it protects needs none.
+std::uint64_t every_second(std::uint64_t candidates) {
+    constexpr std::uint64_t kEven = 0x5555555555555555;
+    const std::uint64_t first = candidates & ~(candidates << 1);
+    const std::uint64_t from_even = candidates & ~(candidates + (first & kEven));
+    return (from_even & kEven) | (candidates & ~from_even & ~kEven);
 }
+
+// A run of the algorithm over one input.
+class Encapsulation {
+public:
+    Encapsulation(const unsigned char* in, std::size_t in_length, unsigned char* out, std::size_t out_length,
+                  bool bypass_checks)
+        : in_(in), in_end_(in + in_length), out_(out), out_end_(out + out_length), bypass_checks_(bypass_checks) {}
+
+    // False when there is no room for the byte at in_, or for the emulation prevention byte before it.
+    bool run() {
+        while (in_ < in_end_) {
+            if (zeros_ == 0 && !copy_sparse()) return false;
+            if (has_block()) {
+                while (has_block() && move_block()) {
+                }
+            } else if (!move_bytes()) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    unsigned char* out() const { return out_; }
+
+private:
+    std::size_t left() const { return static_cast<std::size_t>(in_end_ - in_); }
+
+    std::size_t room() const { return out_ < out_end_ ? static_cast<std::size_t>(out_end_ - out_) : 0; }
+
+    // Whether a block may be moved without looking at the room again: with an emulation prevention byte for every two
+    // of its bytes there is still room for what makes the copies' surplus disappear.
+    bool has_block() const { return left() >= kBlockReach && room() >= 2 * kBlockReach; }
+
+    // Copies up to the next byte that may need protection: two zeros in a row, or a zero soon after in_.
+    bool copy_sparse() {
+        const unsigned char* stop = in_;
+        while (in_end_ - stop >= 3) {
+            const void* found = std::memchr(stop, 0, static_cast<std::size_t>(in_end_ - stop) - 2);
+            if (found == nullptr) {
+                stop = in_end_;
+                break;
+            }
+            const auto* zero = static_cast<const unsigned char*>(found);
+            const bool near = static_cast<std::size_t>(zero - stop) < h264::kNear;
+            stop = zero;
+            if (near || zero[1] == 0) break;
+            stop += 2;
+        }
+        if (in_end_ - stop < 3) stop = in_end_;
+        const auto wanted = static_cast<std::size_t>(stop - in_);
+        const std::size_t copied = bypass_checks_ ? wanted : std::min(wanted, room());
+        std::memcpy(out_, in_, copied);
+        in_ += copied;
+        out_ += copied;
+        return copied == wanted;
+    }
+
+    // Moves a block. Whether the next one should be moved the same way.
+    bool move_block() {
+        constexpr int kDense = 4;
+        const h264::ByteBlock block = h264::load_block(in_);
+        const std::uint64_t one_before = block.zero << 1 | (zeros_ >= 1 ? 1U : 0U);
+        const std::uint64_t two_before = one_before << 1 | (zeros_ >= 2 ? 1U : 0U);
+        const std::uint64_t escaped = every_second(block.up_to_three & one_before & two_before);
+        // Bytes that are written could be those of the members: not of these.
+        const unsigned char* in = in_;
+        unsigned char* out = out_;
+        const unsigned char* const end = in + kBlockBytes;
+        for (std::uint64_t rest = escaped; rest != 0; rest &= rest - 1) {
+            const unsigned char* const next = in_ + std::countr_zero(rest);
+            out = h264::copy_loosely(out, in, next);
+            *out++ = kEmulationPrevention;
+            in = next;
+        }
+        out_ = h264::copy_loosely(out, in, end);
+        in_ = end;
+        const bool last_zero = block.zero >> 63 != 0;
+        const bool two_zeros = block.zero >> 62 == 3 && escaped >> 63 == 0;
+        zeros_ = !last_zero ? 0 : two_zeros ? 2 : 1;
+        return last_zero || std::popcount(block.zero) > kDense;
+    }
+
+    // Moves a few bytes singly.
+    bool move_bytes() {
+        const std::size_t count = std::min(left(), kSingleBytes);
+        return room() > 2 * count + 2 ? move_singly<false>(count) : move_singly<true>(count);
+    }
+
+    template <bool kChecked>
+    bool move_singly(std::size_t count) {
+        const unsigned char* const stop = in_ + count;
+        const unsigned char* in = in_;
+        unsigned char* out = out_;
+        int zeros = zeros_;
+        for (; in < stop; ++in) {
+            const bool escape = zeros == 2 && *in <= 3;
+            if constexpr (kChecked) {
+                out_ = out;
+                // An escape wants one byte more than it takes: one that would fill the output is refused. This is
+                // meant. Without checks the caller alone knows how much room there is for ordinary bytes.
+                if (escape ? room() <= 2 : !bypass_checks_ && room() == 0) return false;
+            }
+            if (escape) *out++ = kEmulationPrevention;
+            *out++ = *in;
+            zeros = *in != 0 ? 0 : std::min(2, (escape ? 0 : zeros) + 1);
+        }
+        in_ = in;
+        out_ = out;
+        zeros_ = zeros;
+        return true;
+    }
+
+    const unsigned char* in_;
+    const unsigned char* in_end_;
+    unsigned char* out_;
+    unsigned char* out_end_;
+    bool bypass_checks_;
+    int zeros_ = 0;  // zero bytes at the end of the output, 2 for more
+};
 
 // function: the name messages are reported under.
 int encapsulate(const unsigned char* input_buf, unsigned int inbuf_len, unsigned char* output_buf,
@@ -41,29 +156,16 @@ int encapsulate(const unsigned char* input_buf, unsigned int inbuf_len, unsigned
             return 0;
         }
     }
-
-    std::size_t written = 0;
-    for (std::size_t in = 0; in < inbuf_len;) {
-        // Up to an escape all bytes are copied in one go, its two zeros included.
-        const std::size_t escape = find_escape(input_buf, in, inbuf_len);
-        const std::size_t end = escape < inbuf_len ? escape + kStartCodeZeros : inbuf_len;
-        const std::size_t room = bypass_checks ? end - in : outbuf_len - written;
-        const std::size_t copied = std::min(end - in, room);
-        std::memcpy(output_buf + written, input_buf + in, copied);
-        in += copied;
-        written += copied;
-        if (in < end || (escape < inbuf_len && written + 2 >= outbuf_len)) {
-            // An escape wants one byte more than it takes: one that would fill the output is refused. This is meant.
-            LOG_AS(function, 3, "OuputBufferPtr:%p is near end of OutBufEndAddr=%p",
-                   static_cast<void*>(output_buf + written), static_cast<void*>(output_buf + outbuf_len));
-            return 0;
-        }
-        if (escape < inbuf_len) output_buf[written++] = 3;
+    Encapsulation encapsulation(input_buf, inbuf_len, output_buf, outbuf_len, bypass_checks);
+    if (!encapsulation.run()) {
+        LOG_AS(function, 3, "OuputBufferPtr:%p is near end of OutBufEndAddr=%p",
+               static_cast<void*>(encapsulation.out()), static_cast<void*>(output_buf + outbuf_len));
+        return 0;
     }
     if (inbuf_len > 2)
         LOG_AS(function, 8, "outbuf_start:%p, outbuf_end:%p, outbuf_curr:%p", static_cast<void*>(output_buf),
-               static_cast<void*>(output_buf + outbuf_len), static_cast<void*>(output_buf + written));
-    return static_cast<int>(written);
+               static_cast<void*>(output_buf + outbuf_len), static_cast<void*>(encapsulation.out()));
+    return static_cast<int>(encapsulation.out() - output_buf);
 }
 
 }  // namespace

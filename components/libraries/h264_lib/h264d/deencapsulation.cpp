@@ -1,8 +1,10 @@
 // Removal of emulation prevention bytes, ITU-T H.264 7.3.1 and 7.4.1.
+#include <algorithm>
 #include <bit>
 #include <cstring>
 #include <ctime>
 
+#include "byte_block.h"
 #include "h264d/h264d.h"
 #include "throttle.h"
 
@@ -13,18 +15,102 @@ constexpr std::time_t kLengthErrorPeriod = 10;  // seconds between two reports o
 // When an output that is too small was last reported.
 h264::Throttle _tLastLogTime;
 
-// The first 00 00 03 of the bytes from position to end; end when there is none.
-const unsigned char* find_emulation_prevention(const unsigned char* position, const unsigned char* end) {
-    // Only a 03 with two bytes before it can end the pattern.
-    while (end - position >= 3) {
-        const void* found = std::memchr(position + 2, 3, static_cast<std::size_t>(end - position) - 2);
-        if (found == nullptr) return end;
-        const auto* three = static_cast<const unsigned char*>(found);
-        if (three[-1] == 0 && three[-2] == 0) return three - 2;
-        position = three - 1;
+// Bytes that are moved singly before it is tried again to move more at a time.
+constexpr std::size_t kSingleBytes = 16;
+
+// Whether a byte and the two before it, which must be there, are 00 00 03.
+bool ends_pattern(const unsigned char* byte) { return byte[0] == 3 && byte[-1] == 0 && byte[-2] == 0; }
+
+// A run over the bytes behind a header. The output has room for all of them.
+class Deencapsulation {
+public:
+    Deencapsulation(const unsigned char* in, const unsigned char* in_end, unsigned char* out)
+        : in_begin_(in), in_(in), in_end_(in_end), out_(out) {}
+
+    // Returns the end of what was written.
+    unsigned char* run() {
+        while (in_ < in_end_) {
+            copy_sparse();
+            if (left() < h264::kBlockReach) {
+                move_bytes();
+            } else {
+                while (left() >= h264::kBlockReach && move_block()) {
+                }
+            }
+        }
+        return out_;
     }
-    return end;
-}
+
+private:
+    std::size_t left() const { return static_cast<std::size_t>(in_end_ - in_); }
+    // Whether the byte so many before in_ is 0.
+    bool zero_before(std::ptrdiff_t distance) const { return in_ - in_begin_ >= distance && in_[-distance] == 0; }
+
+    // Copies up to the end, or to behind a byte of emulation prevention, which is left out, when the next one may be
+    // near.
+    void copy_sparse() {
+        const unsigned char* search = std::max(in_, in_begin_ + std::min<std::ptrdiff_t>(2, in_end_ - in_begin_));
+        while (search < in_end_) {
+            const void* found = std::memchr(search, 3, static_cast<std::size_t>(in_end_ - search));
+            if (found == nullptr) break;
+            const auto* three = static_cast<const unsigned char*>(found);
+            const bool near = static_cast<std::size_t>(three - search) < h264::kNear;
+            search = three + 1;
+            if (!ends_pattern(three)) continue;
+            copy(three);
+            in_ = search;
+            if (near) return;
+        }
+        copy(in_end_);
+    }
+    void copy(const unsigned char* end) {
+        const auto count = static_cast<std::size_t>(end - in_);
+        std::memcpy(out_, in_, count);
+        in_ += count;
+        out_ += count;
+    }
+
+    // Moves a block. Whether there was a byte of emulation prevention in it.
+    bool move_block() {
+        const h264::ByteBlock block = h264::load_block(in_);
+        const std::uint64_t one_before = block.zero << 1 | (zero_before(1) ? 1U : 0U);
+        const std::uint64_t two_before = one_before << 1 | (zero_before(2) ? 1U : 0U);
+        const std::uint64_t dropped = block.three & one_before & two_before;
+        // Bytes that are written could be those of the members: not of these.
+        const unsigned char* in = in_;
+        unsigned char* out = out_;
+        const unsigned char* const end = in + h264::kBlockBytes;
+        for (std::uint64_t rest = dropped; rest != 0; rest &= rest - 1) {
+            const unsigned char* const next = in_ + std::countr_zero(rest);
+            out = h264::copy_loosely(out, in, next);
+            in = next + 1;
+        }
+        out_ = h264::copy_loosely(out, in, end);
+        in_ = end;
+        return dropped != 0;
+    }
+
+    // Moves a few bytes singly.
+    void move_bytes() {
+        const unsigned char* const stop = in_ + std::min(left(), kSingleBytes);
+        bool one_before = zero_before(1);
+        bool two_before = one_before && zero_before(2);
+        const unsigned char* in = in_;
+        unsigned char* out = out_;
+        for (; in < stop; ++in) {
+            if (!two_before || *in != 3) *out++ = *in;
+            two_before = one_before && *in == 0;
+            one_before = *in == 0;
+        }
+        in_ = in;
+        out_ = out;
+    }
+
+    const unsigned char* in_begin_;
+    const unsigned char* in_;
+    const unsigned char* in_end_;
+    unsigned char* out_;
+};
 
 }  // namespace
 
@@ -50,18 +136,8 @@ int SODB_deencapsulation_from_NAL(const unsigned char* input_buf, unsigned int i
     const unsigned int header_bytes = nal_unit_type == 14 || nal_unit_type == 20 ? 4 : 1;
     if (inbuf_len <= header_bytes) return 0;
 
-    const unsigned char* in = input_buf + header_bytes;
-    const unsigned char* const end = input_buf + inbuf_len;
-    unsigned char* out = output_buf;
-    while (in < end) {
-        const unsigned char* const pattern = find_emulation_prevention(in, end);
-        // The two zeros of the pattern are copied with what stands before them.
-        const auto copied = static_cast<std::size_t>(pattern - in) + (pattern < end ? 2 : 0);
-        std::memcpy(out, in, copied);
-        out += copied;
-        in += copied + (pattern < end ? 1 : 0);
-    }
-    return static_cast<int>(out - output_buf);
+    unsigned char* const end = Deencapsulation(input_buf + header_bytes, input_buf + inbuf_len, output_buf).run();
+    return static_cast<int>(end - output_buf);
 }
 
 unsigned int _FindNumberOfBitsToHoldInteger(unsigned int v) {

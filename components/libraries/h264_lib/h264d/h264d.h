@@ -27,3 +27,14 @@ void _display_vui(const vui_t* vui);
 // hrd_parameters(). 0, or -1 when an element cannot be read.
 int _parse_hrd(bitbuffer_t* hrd_bb, hrd_t* hrd);
 void _display_hrd(const hrd_t* hrd);
+
+// Writes an SPS whose VUI is the record's up to fixed_frame_rate_flag and the source's from there on, both bit buffers
+// being at bit 0. SpsSodbLength: bytes of the source; NewSpsSodbLength: bytes that the destination can hold. The bytes
+// written, or -1.
+int _set_sps_vui_parameters(bitbuffer_t* sps_nalu_bb, int SpsSodbLength, const sps_t* sps, bitbuffer_t* new_sps_nalu_bb,
+                            int NewSpsSodbLength);
+
+// pic_timing() and the byte of rbsp_trailing_bits() behind it, at the position of new_sei_nalu_bb, which is its start.
+// pNewSEISodbLength holds the bytes of its area and receives those of the payload. The bytes written, or -1.
+int _set_sei_pictiming_parameters(const sps_t* sps, const sei_pic_timing_t* pt, bitbuffer_t* new_sei_nalu_bb,
+                                  unsigned int* pNewSEISodbLength);

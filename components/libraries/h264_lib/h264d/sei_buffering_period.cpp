@@ -91,3 +91,68 @@ BOOL parse_sei_buffering_period_nal(const unsigned char* buffer, int buffer_len,
     LOG_BUFFER(7, buffer, static_cast<unsigned int>(buffer_len), "WRONG SEI buffering period NAL");
     return FALSE;
 }
+
+// Overwrites the pair of delays of one schedule in an array of schedules that begins at the position. The names are
+// those by which schedules that cannot be skipped are reported; failed writes have one name for either HRD.
+static BOOL overwrite_schedule(bitbuffer_t* bp_bb, const hrd_t& hrd, const sei_bp_set_t& values, const char* delay,
+                               const char* offset, const char* function) {
+    const unsigned int length = hrd.initial_cpb_removal_delay_length_minus1 + 1U;
+    unsigned char skipped[256];
+    for (unsigned long i = 0; i < values.SchedSelIdx; ++i) {
+        for (const char* element : {delay, offset}) {
+            if (GetNextNBitsAsStringEx(bp_bb, length, skipped, sizeof skipped) != 0) {
+                LOG_AS(function, 3, "cannot parse %s[%d] as string.", element, h264::low32s(i));
+                return FALSE;
+            }
+        }
+    }
+    if (SetNextNBitsFromUint32(bp_bb, length, values.initial_cpb_removal_delay) != 0) {
+        LOG_AS(function, 3, "Failed to set initial_cpb_removal_delay:%lu for SchedSelIdx:%d.",
+               values.initial_cpb_removal_delay, h264::low32s(values.SchedSelIdx));
+        return FALSE;
+    }
+    if (SetNextNBitsFromUint32(bp_bb, length, values.initial_cpb_removal_delay_offset) != 0) {
+        LOG_AS(function, 3, "Failed to set initial_cpb_removal_delay_offset:%lu for SchedSelIdx:%d.",
+               values.initial_cpb_removal_delay_offset, h264::low32s(values.SchedSelIdx));
+        return FALSE;
+    }
+    return TRUE;
+}
+
+BOOL set_sei_buffering_period(bitbuffer_t* bp_bb, int BpLen, const vui_t* pVui, const sei_bp_set_t* pBpValues,
+                              const sei_buffering_period_t* pSei_bp) {
+    constexpr int kNalHrd = 1, kVclHrd = 2;
+    DO_ASSERT(bp_bb != NULL);
+    DO_ASSERT(BpLen >= 4);
+    DO_ASSERT(pVui != NULL);
+    DO_ASSERT(pBpValues != NULL);
+    DO_ASSERT(pSei_bp != NULL);
+    if (bp_bb == nullptr || pVui == nullptr || pBpValues == nullptr || pSei_bp == nullptr) return FALSE;
+    const sei_bp_set_t& values = *pBpValues;
+    if (values.enHRDCbpType == kNalHrd) {
+        if (values.SchedSelIdx >= pSei_bp->valid_NALSchedules) {
+            LOG(3, "Trying to set a NAL schedule:%d that is out of range %d.", h264::low32s(values.SchedSelIdx),
+                h264::low32s(pSei_bp->valid_NALSchedules));
+            return FALSE;
+        }
+    } else if (values.enHRDCbpType == kVclHrd) {
+        if (values.SchedSelIdx >= pSei_bp->valid_VCLSchedules) {
+            LOG(3, "Trying to set a VCL schedule:%d that is out of range %d.", h264::low32s(values.SchedSelIdx),
+                h264::low32s(pSei_bp->valid_VCLSchedules));
+            return FALSE;
+        }
+    } else {
+        LOG(3, "enHRDCbpType %d not in the known types.", values.enHRDCbpType);
+        return FALSE;
+    }
+
+    bp_bb->bit_offset = static_cast<unsigned int>(pSei_bp->after_sps_id_offset);
+    if (values.enHRDCbpType == kNalHrd && pVui->nal_hrd_parameters_present_flag)
+        return overwrite_schedule(bp_bb, pVui->nal_hrd, values, "initial_cpb_removal_delay",
+                                  "initial_cpb_removal_delay_offset", __func__);
+    // The NAL HRD's schedules, which come first in a message that has both, are not skipped; this is meant.
+    if (values.enHRDCbpType == kVclHrd && pVui->vcl_hrd_parameters_present_flag)
+        return overwrite_schedule(bp_bb, pVui->vcl_hrd, values, "initial_cpb_removal_delay_vcl",
+                                  "initial_cpb_removal_delay_offset_vcl", __func__);
+    return FALSE;
+}

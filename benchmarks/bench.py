@@ -1,0 +1,169 @@
+#!/usr/bin/env python3
+"""Measures the library and h264tool, and prints a table: bench.py [--check] BUILD_DIRECTORY
+
+Every figure stands beside one of the same run. Programs are pinned to one processor, their repetitions interleaved, and
+medians are taken. --check counts instructions alone and fails when one of the main calls needs more than the committed
+table says; --update writes that table.
+"""
+
+import argparse
+import json
+import os
+import pathlib
+import statistics
+import subprocess
+import sys
+
+import commands
+import instructions
+
+REPETITIONS = 7
+
+# Name of the benchmark, what it is compared with, and the most that the quotient of their times shall be.
+UNITS = [("sps", 0.5), ("pps", 0.4), ("slice_200B", 0.8), ("slice_20KB", 0.8), ("slice_1MB", 0.8),
+         ("sei_pic_timing", 0.6), ("sei_buffering_period", 0.6), ("sei_four_messages", 0.6)]  # fmt: skip
+SIZES = ["64B", "1KB", "64KB", "1MB"]
+# Nanoseconds a call.
+TIMES = [("write_pic_timing", 150), ("write_captions", 150), ("write_afd", 150), ("write_user_data", 150),
+         ("write_precision_time", 150), ("rewrite_sps", 500), ("rewrite_pic_timing", 500)]  # fmt: skip
+FIELDS = [("get_8", 3), ("get_32", 3), ("get_64", 3), ("set_32", None), ("get_ue", 6), ("set_ue", None)]
+CALLS_A_ROUND = 4096  # of the fields' benchmarks
+
+
+class Row:
+    def __init__(self, name, figure, reference, ratio, aim=None, met=None):
+        self.name, self.figure, self.reference, self.ratio, self.aim, self.met = name, figure, reference, ratio, aim, met
+
+    def text(self):
+        verdict = "" if self.met is None else "met" if self.met else "NOT MET"
+        return f"{self.name:36} {self.figure:>14} {self.reference:>32} {self.ratio:>8.3f} {self.aim or '':>14} {verdict}"
+
+
+def time_text(nanoseconds):
+    for unit, size in (("s", 1e9), ("ms", 1e6), ("us", 1e3)):
+        if nanoseconds >= size:
+            return f"{nanoseconds / size:.3g} {unit}"
+    return f"{nanoseconds:.3g} ns"
+
+
+def pin():
+    """To the last processor that this process may use; the first one serves interrupts most often."""
+    os.sched_setaffinity(0, {max(os.sched_getaffinity(0))})
+
+
+def run_benchmarks(program, pattern, *, pinned=True):
+    """Medians of the CPU time in ns by benchmark (real time of threads), and bytes per second where there are any."""
+    out = subprocess.run(
+        [program, f"--benchmark_filter={pattern}", f"--benchmark_repetitions={REPETITIONS}",
+         "--benchmark_enable_random_interleaving=true", "--benchmark_min_time=0.03", "--benchmark_format=json"],
+        check=True, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, preexec_fn=pin if pinned else None,
+    )  # fmt: skip
+    times = {}
+    for entry in json.loads(out.stdout)["benchmarks"]:
+        if entry.get("error_occurred"):
+            sys.exit(f"{entry['name']}: {entry['error_message']}")
+        if entry.get("run_type") == "iteration":
+            key = "real_time" if "threads" in entry["name"] else "cpu_time"
+            times.setdefault(entry["run_name"], []).append(entry[key])
+    return {name: statistics.median(values) for name, values in times.items()}
+
+
+def compare(times, name, kind, aim, text, *, most=True):
+    """A row for call/NAME against KIND/NAME; none when the other was not measured."""
+    ours, other = times.get(f"call/{name}"), times.get(f"{kind}/{name}")
+    if ours is None or other is None:
+        return []
+    ratio = ours / other
+    limit = f"<= {aim:.3g}" if aim else None
+    return [Row(text, time_text(ours), f"{kind} {time_text(other)}", ratio, limit, ratio <= aim if aim else None)]
+
+
+def unit_rows(times):
+    rows = []
+    for name, aim in UNITS:
+        rows += compare(times, name, "gstreamer", aim, name)
+    for name in ("sps_cached", "pps_cached"):
+        rows += compare(times, name, "copy", 1.5, name)
+    calibration = times["calibration"]
+    for name, most in TIMES:
+        time = times[f"call/{name}"]
+        rows.append(Row(name, time_text(time), f"calibration {time_text(calibration)}", time / calibration,
+                        f"<= {most} ns", time <= most))  # fmt: skip
+    return rows
+
+
+def byte_rows(times):
+    rows = []
+    for function in ("encapsulation", "deencapsulation"):
+        for data in ("real", "zeros", "half_zeros"):
+            for size in SIZES:
+                name = f"{function}_{data}_{size}"
+                # 0.8 of the plain loop's rate.
+                rows += compare(times, name, "plain", 1 / 0.8, name)
+                if data == "real":
+                    rows += compare(times, name, "bytewise", 1 / 10, name)
+                else:
+                    size_in_bytes = {"64B": 64, "1KB": 1024, "64KB": 65536, "1MB": 1_000_000}[size]
+                    rate = size_in_bytes / times[f"call/{name}"]
+                    bytewise = times[f"bytewise/{name}"]
+                    rows.append(Row(name, f"{rate:.3g} GB/s", f"bytewise {time_text(bytewise)}",
+                                    times[f"call/{name}"] / bytewise, ">= 1 GB/s", rate >= 1))  # fmt: skip
+    return rows
+
+
+def field_rows(times):
+    calibration = times["calibration"]
+    rows = []
+    for name, most in FIELDS:
+        time = times[f"call/{name}"] / CALLS_A_ROUND
+        rows.append(Row(name, time_text(time), f"calibration {time_text(calibration)}", time / calibration,
+                        f"<= {most} ns" if most else None, time <= most if most else None))  # fmt: skip
+    copy = times["memcpy/string"]
+    for access in ("get", "set"):
+        aligned = times[f"call/{access}_string_aligned"]
+        rows.append(Row(f"{access}_string_aligned", f"{65536 / aligned:.3g} GB/s", f"memcpy {time_text(copy)}",
+                        aligned / copy, "<= 1.25", aligned <= 1.25 * copy))  # fmt: skip
+        unaligned = times[f"call/{access}_string_unaligned"]
+        rate = 65536 / unaligned
+        rows.append(Row(f"{access}_string_unaligned", f"{rate:.3g} GB/s", f"memcpy {time_text(copy)}", unaligned / copy,
+                        ">= 2 GB/s", rate >= 2))  # fmt: skip
+    return rows
+
+
+def thread_rows(program):
+    times = run_benchmarks(program, "^read_units", pinned=False)
+    one = times["read_units/real_time/threads:1"]
+    two = times["read_units/real_time/threads:2"]
+    # Real time by the iteration of all threads together.
+    gain = one / two
+    return [Row("two threads", time_text(two), f"one thread {time_text(one)}", two / one, "gain >= 1.9", gain >= 1.9)]
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("build", type=pathlib.Path)
+    parser.add_argument("--check", action="store_true", help="only compare instruction counts with the committed ones")
+    parser.add_argument("--update", action="store_true", help="write the committed instruction counts")
+    parser.add_argument("--json", type=pathlib.Path, help="also write the table here")
+    arguments = parser.parse_args()
+    programs = arguments.build / "benchmarks"
+    if arguments.check or arguments.update:
+        return instructions.check(programs / "count_calls", update=arguments.update)
+
+    benchmarks = programs / "h264_benchmarks"
+    times = run_benchmarks(benchmarks, "-^read_units")
+    rows = unit_rows(times) + byte_rows(times) + field_rows(times) + thread_rows(benchmarks)
+    rows += [Row(*row) for row in instructions.levels(programs / "count_calls")]
+    rows += [Row(*row) for row in commands.measure(arguments.build / "components/tools/h264tool/h264tool")]
+    print(f"{'':36} {'here':>14} {'compared with':>32} {'ratio':>8} {'aim':>14}")
+    for row in rows:
+        print(row.text())
+    missed = [row.name for row in rows if row.met is False]
+    print(f"{len(rows)} figures, {len(missed)} aims not met" + (": " + ", ".join(missed) if missed else ""))
+    if arguments.json:
+        arguments.json.write_text(json.dumps([vars(row) for row in rows], indent=1) + "\n")
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

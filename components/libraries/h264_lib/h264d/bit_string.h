@@ -1,0 +1,29 @@
+// A stretch of bits on its way from one place to another.
+#pragma once
+
+#include <cstdint>
+
+#include "bit_window.h"
+
+class BitString {
+public:
+    // Takes n bits from the position on. False when they are not all there or are more than it holds.
+    [[nodiscard]] bool read(bitbuffer_t& from, std::int64_t n) {
+        if (n < 0 || !h264::has_bits(from, static_cast<std::uint64_t>(n))) return false;
+        bits_ = static_cast<unsigned int>(n);
+        return GetNextNBitsAsStringEx(&from, bits_, bytes_, sizeof bytes_) == 0 &&
+               bits_ <= sizeof bytes_ * NUM_BITS_IN_BYTE;
+    }
+
+    // Puts them at the position.
+    [[nodiscard]] bool write(bitbuffer_t& to) const { return SetNextNBitsFromString(&to, bits_, bytes_) == 0; }
+
+    unsigned int bits() const { return bits_; }
+
+private:
+    unsigned char bytes_[256];
+    unsigned int bits_ = 0;
+};
+
+// Moves to a position that a record tells. One that is negative or behind the data leaves nothing to read or write.
+inline void seek(bitbuffer_t& bits, std::int64_t position) { bits.bit_offset = static_cast<unsigned int>(position); }

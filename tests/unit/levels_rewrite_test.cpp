@@ -1,0 +1,120 @@
+// What the library is told to report never changes what it rewrites.
+#include <optional>
+
+#include "fake_clock.h"
+#include "sps_rewrite_model.h"
+#include "sps_shapes.h"
+#include "test_clock.h"
+
+namespace {
+
+using test::Bytes;
+
+constexpr int kNoHandle = -1;
+
+// Everything that a caller sees of one call.
+struct Seen {
+    int result = 0;
+    unsigned bit_offset = 0;
+    Bytes bytes{};
+    std::unique_ptr<sps_t> record{};
+};
+
+using Rewriter = int (*)(bitbuffer_t& bb, int length, sps_t& record);
+
+int set_level(bitbuffer_t& bb, int, sps_t& record) { return set_sps_level_idc(&bb, &record); }
+int set_timing(bitbuffer_t& bb, int, sps_t& record) { return set_vui_timing_info(&bb, &record.vui); }
+int set_pic_struct(bitbuffer_t& bb, int, sps_t& record) { return set_vui_pic_struct_present_flag(&bb, &record.vui); }
+int set_crop(bitbuffer_t& bb, int length, sps_t& record) { return set_sps_crop(&bb, length, &record); }
+
+class Level {
+public:
+    explicit Level(int level) {
+        if (level == kNoHandle) silent_.emplace();
+        test::reset(level == kNoHandle ? 8 : level);
+    }
+    ~Level() {
+        EXPECT_EQ(test::records().not_allowed, 0);
+        if (silent_.has_value()) {
+            EXPECT_TRUE(test::records().messages.empty());
+        }
+    }
+    Level(const Level&) = delete;
+    Level& operator=(const Level&) = delete;
+
+private:
+    std::optional<test::WithoutHandle> silent_;
+};
+
+Seen rewrite_at(int level, Rewriter rewriter, const Bytes& payload, std::size_t room, const sps_t& record) {
+    const Level at(level);
+    Bytes area = payload;
+    area.resize(payload.size() + room, 0xC3);
+    test::GuardedBuffer memory(area);
+    bitbuffer_t bb{memory.data(), 0, static_cast<unsigned>(8 * area.size())};
+    Seen seen;
+    seen.record = std::make_unique<sps_t>(record);
+    seen.result = rewriter(bb, static_cast<int>(payload.size()), *seen.record);
+    seen.bit_offset = bb.bit_offset;
+    seen.bytes = memory.bytes();
+    return seen;
+}
+
+Seen rewrite_unit_at(int level, const Bytes& unit, const sps_t& record) {
+    const Level at(level);
+    test::GuardedBuffer memory(unit);
+    unsigned char* out = nullptr;
+    UINT length = 0;
+    Seen seen;
+    seen.record = std::make_unique<sps_t>(record);
+    seen.result = H264Lib_Set_sps_vui_parameters_NAL(memory.data(), static_cast<unsigned>(unit.size()),
+                                                     seen.record.get(), &out, &length);
+    if (seen.result) seen.bytes.assign(out, out + length);
+    H26XLib_Release_sps_buffer(out);
+    return seen;
+}
+
+void expect_equal(const Seen& seen, const Seen& quiet) {
+    EXPECT_EQ(seen.result, quiet.result);
+    EXPECT_EQ(seen.bit_offset, quiet.bit_offset);
+    EXPECT_EQ(seen.bytes, quiet.bytes);
+    EXPECT_EQ(test::difference(*seen.record, *quiet.record), "");
+}
+
+// Good records, and some whose positions are wrong.
+TEST(LevelsRewrite, AnyShape) {
+    test::set_time(test::later_than_all_tests());
+    test::Random random(7);
+    for (unsigned round = 0; round < test::kHeadShapes * test::kTailShapes && !HasFailure(); ++round) {
+        SCOPED_TRACE(round);
+        test::SpsSyntax sps = test::shaped_sps(round, round, round / test::kHeadShapes, random);
+        sps.frame_cropping_flag = test::coin(random);
+        const auto record = test::record_of(sps);
+        test::SpsSyntax other = sps;
+        test::set_head_shape(other.vui, random() % test::kHeadShapes, random);
+        set_head(record->vui, other.vui);
+        record->level_idc = static_cast<unsigned char>(random());
+        record->frame_crop_left_offset = test::some_value(random);
+        record->frame_crop_top_offset = test::some_value(random, 8);
+        if (round % 4 == 0) {
+            const auto wrong = [&] { return static_cast<int>(random() % 600) - 100; };
+            record->frame_cropping_offset = wrong();
+            record->vui_parameters_present_offset = wrong();
+            record->vui.timing_info_offset = wrong();
+            record->vui.pic_struct_present_offset = wrong();
+            record->vui.nal_hrd_parameters_present_offset = wrong();
+        }
+        for (const Rewriter rewriter : {set_level, set_timing, set_pic_struct, set_crop}) {
+            const std::size_t room = random() % 20;
+            const Seen quiet = rewrite_at(0, rewriter, sps.rbsp(), room, *record);
+            for (const int level : {3, 6, 7, 8, kNoHandle})
+                expect_equal(rewrite_at(level, rewriter, sps.rbsp(), room, *record), quiet);
+        }
+        const Bytes unit = sps.unit(round % 2 == 0 ? 3 : 4);
+        const Seen quiet = rewrite_unit_at(0, unit, *record);
+        for (const int level : {3, 6, 7, 8, kNoHandle}) expect_equal(rewrite_unit_at(level, unit, *record), quiet);
+    }
+    test::use_system_time();
+}
+
+}  // namespace
