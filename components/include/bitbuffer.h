@@ -119,21 +119,37 @@ H264_API int SetNextNBitsFromString(bitbuffer_t* bb, unsigned int n, const unsig
  *  above the width is reported as a failed assertion. Except for a signed reader with n one above its width, which
  *  reads a sign and a full-width magnitude, every n outside the range fails with -1.
  *  @{ */
+/** Reads n bits, at most 8, zero-extended. */
 H264_API int GetNextNBitsAsUint8(bitbuffer_t* bb, unsigned int n, unsigned char* value);
+/** Writes the low n bits of value, at most 8. */
 H264_API int SetNextNBitsFromUint8(bitbuffer_t* bb, unsigned int n, unsigned char value);
+/** Reads n bits, at most 16, zero-extended. */
 H264_API int GetNextNBitsAsUint16(bitbuffer_t* bb, unsigned int n, unsigned short* value);
+/** Writes the low n bits of value, at most 16. */
 H264_API int SetNextNBitsFromUint16(bitbuffer_t* bb, unsigned int n, unsigned short value);
+/** Reads n bits, at most 32, zero-extended. */
 H264_API int GetNextNBitsAsUint32(bitbuffer_t* bb, unsigned int n, unsigned long* value);
+/** Writes the low n bits of value, at most 32. */
 H264_API int SetNextNBitsFromUint32(bitbuffer_t* bb, unsigned int n, unsigned long value);
+/** Reads n bits, at most 64, zero-extended. */
 H264_API int GetNextNBitsAsUint64(bitbuffer_t* bb, unsigned int n, unsigned long long* value);
+/** Writes the low n bits of value, at most 64. */
 H264_API int SetNextNBitsFromUint64(bitbuffer_t* bb, unsigned int n, unsigned long long value);
+/** Reads n bits, at most 8, sign-extended. */
 H264_API int GetNextNBitsAsInt8(bitbuffer_t* bb, unsigned int n, char* value);
+/** Writes the low n bits of value, at most 8. */
 H264_API int SetNextNBitsFromInt8(bitbuffer_t* bb, unsigned int n, char value);
+/** Reads n bits, at most 16, sign-extended. */
 H264_API int GetNextNBitsAsInt16(bitbuffer_t* bb, unsigned int n, short* value);
+/** Writes the low n bits of value, at most 16. */
 H264_API int SetNextNBitsFromInt16(bitbuffer_t* bb, unsigned int n, short value);
+/** Reads n bits, at most 32, sign-extended. */
 H264_API int GetNextNBitsAsInt32(bitbuffer_t* bb, unsigned int n, long* value);
+/** Writes the low n bits of value, at most 32. */
 H264_API int SetNextNBitsFromInt32(bitbuffer_t* bb, unsigned int n, long value);
+/** Reads n bits, at most 64, sign-extended. */
 H264_API int GetNextNBitsAsInt64(bitbuffer_t* bb, unsigned int n, long long* value);
+/** Writes the low n bits of value, at most 64. */
 H264_API int SetNextNBitsFromInt64(bitbuffer_t* bb, unsigned int n, long long value);
 /** @} */
 

@@ -20,6 +20,10 @@
 
 #include <stddef.h>
 
+/** @def DBGTRACE_API
+ *  Marks what the shared library exports.
+ *  @def DBGTRACE_PRINTF
+ *  Has the compiler check a printf format against its arguments: the numbers of both, from 1. */
 #if defined(__GNUC__)
 #define DBGTRACE_API __attribute__((visibility("default")))
 #define DBGTRACE_PRINTF(format_index, first_argument) __attribute__((format(printf, format_index, first_argument)))

@@ -760,17 +760,19 @@ H264_API int FormatMISPMicroSecondTimeSEI(unsigned char* buffer, int len, const 
 /** @} */
 
 /** @name Rewriting
- *  Three steps change a sequence parameter set: read it into a record, change elements of the record, and hand record
- *  and unit (or its payload in a bit buffer, emulation prevention removed, profile_idc at bit 0) to a function here.
- *  All of them rely on the bit positions in the record: it must be that of the very bits that are changed. A function
- *  that changes the length makes the positions behind the change wrong; read the result into a new record.
+ *  Three steps change a unit: read it into a record, change elements of the record, and hand record and unit (or its
+ *  payload in a bit buffer, emulation prevention removed, the first bit behind the NAL header at bit 0) to a function
+ *  here. What is overwritten or moved is found by bit positions in the record, except level_idc, which has a fixed
+ *  place: the record must be that of the very bits that are changed. A function that changes the length makes the
+ *  positions behind the change wrong; read the result into a new record. A picture timing message is written anew from
+ *  its record alone, without positions. Units that are made here are released with H26XLib_Release_sps_buffer.
  *  @{ */
 
 /**
  * Overwrites level_idc in place. Payloads of fewer than 24 bits stay as they are.
- * @param sps_bb  the payload; left behind the element
+ * @param sps_bb  the payload; left behind the element (bit 24), or at its place (bit 16) when it does not fit
  * @param sps     its level_idc is written
- * @return 0
+ * @return 0; -1 for a null argument (which is reported as a failed assertion)
  */
 H264_API int set_sps_level_idc(bitbuffer_t* sps_bb, sps_t* sps);
 
@@ -785,7 +787,8 @@ H264_API int set_sps_level_idc(bitbuffer_t* sps_bb, sps_t* sps);
 H264_API int set_vui_timing_info(bitbuffer_t* vui_bb, vui_t* vui);
 
 /**
- * Sets pic_struct_present_flag to 1, in place and in the record.
+ * Sets pic_struct_present_flag to 1, in place and in the record. Look at vui_parameters_present_flag first: the record
+ * of an SPS without a VUI has the position 0, so that the first bit of profile_idc would be set.
  * @param vui_bb  the payload; left behind the element. A position outside it is not reported: nothing is written then.
  * @param vui     of an SPS with a VUI: pic_struct_present_offset tells where the flag stands
  * @return 0; -1 for a null argument (which is not reported)
@@ -795,15 +798,17 @@ H264_API int set_vui_pic_struct_present_flag(bitbuffer_t* vui_bb, vui_t* vui);
 /**
  * Writes the four frame cropping offsets and moves what stands behind them. The record's frame_cropping_flag, as it
  * was read, tells whether the payload has offsets to replace (1) or the flag is to be set and offsets inserted (0).
- * What follows, the stop bit and the zeros behind it included, is moved as it is: the payload's last byte is filled
- * with the bits that the area held there, so zero the spare bytes beforehand. An offset that has no room is reported
- * and left out.
+ * What follows, the stop bit and the zeros behind it included, is moved as it is: when the payload grew, its last byte
+ * is filled with the bits that the area held there, so zero the spare bytes beforehand. An offset that has no room is
+ * reported, and the call goes on behind what was written of it: nothing, or the zeros and the one that its code begins
+ * with when only the rest has no room. An offset above 2^32 - 2 is coded modulo 2^32, 2^32 - 1 as 0.
  * @param sps_bb  the payload, in an area with room for 4 codes of up to 63 bits
  * @param SpsLen  bytes of the payload, without the room; at most 256 behind the cropping part
  * @param sps     its four offsets are written; its frame_cropping_flag is set to 1 when they are inserted
  * @return when offsets were inserted: the new length in bits, rounded up to whole bytes; when they were replaced: the
  *         size of the area in bits, rounded up to whole bytes (the new length is sps_bb->bit_offset, rounded up); -1
- *         on failure, with the payload possibly changed in part
+ *         on failure, with the payload possibly changed in part, and for a null argument (which is reported as a
+ *         failed assertion)
  */
 H264_API int set_sps_crop(bitbuffer_t* sps_bb, int SpsLen, sps_t* sps);
 
@@ -812,7 +817,7 @@ H264_API int set_sps_crop(bitbuffer_t* sps_bb, int SpsLen, sps_t* sps);
  * everything from nal_hrd_parameters_present_flag on, is the given unit's. Only an SPS that has a VUI can be rewritten.
  * The result of the encapsulation is not looked at: when there is no room for the rewritten payload the call succeeds
  * with a unit of start code and header byte only; look at the length. Units of up to 64 bytes behind the start code
- * always have room. The new unit may end in a zero byte.
+ * without zero bytes behind the stop bit always have room. The new unit may end in a zero byte.
  * @param pBuffer         the unit with its start code; a last byte of zero is reported as a failed assertion
  * @param buffer_len      bytes in pBuffer; at most 256 behind the start code
  * @param sps             the record of this unit, with the wanted values
@@ -838,8 +843,10 @@ H264_API BOOL H264Lib_Set_sps_vui_parameters_NAL(const unsigned char* pBuffer, u
  * @param pBpValues  schedule and values; bits of a value above initial_cpb_removal_delay_length_minus1 + 1 are dropped
  *                   without a report
  * @param pSei_bp    the record of this very message, from parse_sei_buffering_period_nal
- * @return TRUE when both values have been written; FALSE when the schedule was not in the message, the HRD is not in
- *         the VUI, or the data ends. The first of the two values may have been written then.
+ * @return TRUE when both values have been written; FALSE for another enHRDCbpType than 1 and 2, when the schedule was
+ *         not in the message, the HRD is not in the VUI, its delays have more than 32 bits, or the data ends, and for a
+ *         null argument (which is reported as a failed assertion). The first of the two values may have been written
+ *         when the data ends.
  */
 H264_API BOOL set_sei_buffering_period(bitbuffer_t* bp_bb, int BpLen, const vui_t* pVui, const sei_bp_set_t* pBpValues,
                                        const sei_buffering_period_t* pSei_bp);
@@ -852,7 +859,8 @@ H264_API BOOL set_sei_buffering_period(bitbuffer_t* bp_bb, int BpLen, const vui_
  * the given unit's; none of its messages is carried over. The syntax follows the SPS with these differences from
  * parse_sei_pictiming_nal: delays are written when there is a VUI with an HRD (CpbDpbDelaysPresentFlag is not looked
  * at), and time_offset has the length of the NAL HRD's record, else of the VCL HRD's, whichever is not 0, present or
- * not; when both are 0 it is not written. Values wider than their element lose their high bits without a report.
+ * not; when both are 0 it is not written, and with a length of 1 it cannot be. Values wider than their element lose
+ * their high bits without a report.
  *
  * Check the length of the unit first: a call whose unit cannot be de-encapsulated (fewer than 3 bytes or more than
  * H264_MAX_SEI_PICTIMING_SIZE_BYTES behind the start code, or no payload) loses 32 bytes of memory and leaves both

@@ -17,6 +17,7 @@ from concurrent.futures import ThreadPoolExecutor
 
 import deliberate
 import elements
+import made_sei
 import made_slices
 import made_sps
 import streams
@@ -25,9 +26,9 @@ import trace_headers
 SKIPPED = 77
 
 # What the streams give at least; less means that something was not compared.
-LEAST_STREAMS = 120
-LEAST_UNITS = {"sps": 650, "pps": 375, "slice": 1800}
-LEAST_ELEMENTS = {"sps": 39000, "pps": 6800, "slice": 37500}
+LEAST_STREAMS = 124
+LEAST_UNITS = {"sps": 650, "pps": 375, "slice": 1800, "sei_messages": 600}
+LEAST_ELEMENTS = {"sps": 39000, "pps": 6800, "slice": 37500, "sei_messages": 13000}
 
 # Elements that keep one value in all streams: trace_headers refuses any other.
 CONSTANT = {("sps", "reserved_zero_2bits")}
@@ -154,6 +155,9 @@ def make_streams(ffmpeg, directory, workers):
     for seed in range(made_slices.RANDOM_STREAMS):
         name = "random_slices_%d" % seed
         paths["made " + name] = streams.append(directory, "main", name, made_slices.random_units(seed))
+    for seed in range(made_sei.RANDOM_STREAMS):
+        name = "random_sei_%d" % seed
+        paths["made " + name] = streams.append(directory, "hrd_vbr_tff", name, made_sei.random_units(seed))
     return paths
 
 

@@ -6,8 +6,10 @@ those of the structures that hold it: "vui_parameters.nal_hrd_parameters.bit_rat
 
 import re
 
+import sei_elements
+
 # NAL units that are compared element by element: nal_unit_type -> member of h264tool's object.
-STRUCTURES = {7: "sps", 8: "pps", 1: "slice", 5: "slice"}
+STRUCTURES = {7: "sps", 8: "pps", 1: "slice", 5: "slice", 6: "sei_messages"}
 
 # Elements that editions of the standard name differently: trace_headers' name -> ours.
 NAMES = {
@@ -85,6 +87,7 @@ ELEMENTS += [("slice", "ref_pic_list_modification.%s.%s" % (kind, name))
              for kind in ("l0", "l1") for name in _MODIFICATION_ELEMENTS]
 ELEMENTS += [("slice", "dec_ref_pic_marking.memory_management_control_operation." + name)
              for name in _MARKING_ELEMENTS]
+ELEMENTS += [("sei_messages", name) for name in sei_elements.ELEMENTS]
 
 # Members of h264tool's objects that are neither elements nor positions of elements.
 _NOT_COMPARED = ("slice_type_name", "rbsp_stop_one_bit")
@@ -102,6 +105,8 @@ def without_indices(path):
 def from_trace(unit):
     """The elements of a unit of trace_headers. Names that occur in several structures are told apart by what precedes
     them."""
+    if unit.value("nal_unit_type") == 6:
+        return sei_elements.from_trace(unit)
     elements = {}
     context = _Context()
     for element in unit.elements:
@@ -161,6 +166,8 @@ class _Context:
 
 def from_tool(structure, value):
     """The elements of an object of h264tool."""
+    if structure == "sei_messages":
+        return _elements_of(sei_elements.from_tool(value), "", ())
     left_out = _NOT_COMPARED_OF_SPS if structure == "sps" else _NOT_COMPARED
     return _elements_of(value, "", left_out)
 

@@ -13,9 +13,12 @@ namespace {
 constexpr unsigned kThreads = 8;
 constexpr int kSteps = 2000;
 
-std::uint64_t digest_of(const std::vector<test::Bytes>& units, unsigned seed) {
+std::uint64_t digest_of(const std::vector<test::Bytes>& units, unsigned seed, bool changes_level) {
     test::Workload workload(units, seed);
-    for (int i = 0; i < kSteps; ++i) workload.step();
+    for (int i = 0; i < kSteps; ++i) {
+        if (changes_level && i % 50 == 0) DbgTraceSetLevel(i / 50 % 9);
+        workload.step();
+    }
     return workload.digest();
 }
 
@@ -28,20 +31,12 @@ TEST(Threads, WorkOnStreamsOfTheirOwnWhileTheLevelChanges) {
     DbgTraceSetSink([](void*, const dbgtrace_record_t*) { lines.fetch_add(1, std::memory_order_relaxed); }, nullptr);
     DbgTraceSetLevel(0);
     std::array<std::uint64_t, kThreads> expected{};
-    for (unsigned i = 0; i < kThreads; ++i) expected.at(i) = digest_of(streams.at(i % 2), i);
+    for (unsigned i = 0; i < kThreads; ++i) expected.at(i) = digest_of(streams.at(i % 2), i, false);
 
     std::array<std::uint64_t, kThreads> digests{};
-    std::atomic<unsigned> running = kThreads;
     std::vector<std::thread> threads;
     for (unsigned i = 0; i < kThreads; ++i)
-        threads.emplace_back([&, i] {
-            digests.at(i) = digest_of(streams.at(i % 2), i);
-            --running;
-        });
-    for (int level = 0; running > 0; level = (level + 1) % 9) {
-        DbgTraceSetLevel(level);
-        std::this_thread::yield();
-    }
+        threads.emplace_back([&, i] { digests.at(i) = digest_of(streams.at(i % 2), i, true); });
     for (std::thread& thread : threads) thread.join();
     DbgTraceSetLevel(0);
     DbgTraceSetSink(nullptr, nullptr);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "calloc_watch.h"
+#include "dirty_stack.h"
 #include "pic_timing_rewrite_model.h"
 
 namespace test {
@@ -28,6 +29,7 @@ struct TimingRewrite {
         clear();
         {
             const CallocWatch watch(failing);
+            dirty_stack();
             result = H264Lib_Set_SEIPictiming_NAL(memory.data(), static_cast<unsigned>(source.size()), sps.get(), &pt,
                                                   &unit, &length);
             allocated = watch.sizes();
@@ -69,9 +71,12 @@ protected:
 
 private:
     static void expect_dumps(const Bytes& source, const RewrittenUnit& model) {
-        std::vector<Dump> own;
-        for (const Dump& dump : records().dumps)
-            if (dump.label != "Bitbuffer data") own.push_back(dump);
+        std::vector<Dump> own, areas;
+        for (const Dump& dump : records().dumps) (dump.label == "Bitbuffer data" ? areas : own).push_back(dump);
+        ASSERT_EQ(areas.size(), model.made ? 1U : 0U);
+        if (model.made) {
+            EXPECT_EQ(areas[0].bytes, model.area);
+        }
         ASSERT_EQ(own.size(), model.made ? 2U : 1U);
         for (const Dump& dump : own) {
             EXPECT_EQ(dump.level, 6);

@@ -153,6 +153,7 @@ struct RewrittenUnit {
     bool made = false;
     bool has_payload = false;
     Bytes bytes;
+    Bytes area;  // in which the payload is written
     Lines lines;
 
     RewrittenUnit(const RewriteSps& s, const sei_pic_timing_t& pt, const Bytes& source) {
@@ -163,6 +164,7 @@ struct RewrittenUnit {
             return;
         }
         made = true;
+        area = model.area(Bytes(32, 0));
         bytes.assign(source.begin(), source.begin() + (source[2] == 1 ? 4 : 5));
         bytes.push_back(pt.header.payload_type);
         bytes.push_back(static_cast<unsigned char>(model.payload_bytes));

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "calloc_watch.h"
+#include "dirty_stack.h"
 #include "fake_clock.h"
 #include "sps_rewrite_model.h"
 #include "sps_shapes.h"
@@ -19,6 +20,7 @@ struct Rewritten {
         {
             const CallocWatch watch;
             out = &untouched;
+            dirty_stack();
             result = H264Lib_Set_sps_vui_parameters_NAL(memory.data(), static_cast<unsigned>(unit.size()), sps, &out,
                                                         &length);
             EXPECT_EQ(watch.sizes(), std::vector<std::size_t>{unit.size() + 68});

@@ -12,8 +12,15 @@ import time
 import runner
 import stream_builder as build
 from dump_stream import DATA_FILE
-from runner import HEADER, TOOL, TestCase, run
+from runner import CONVERSION, EMPTY, HEADER, NO_START_CODE, TOOL, TestCase, feed, run, without_addresses
 from stream_builder import nal_unit
+
+
+SAMPLE = os.path.join(os.path.dirname(os.path.dirname(build.HERE)), "samples", "interlaced_hrd.h264")
+
+# What makes each subcommand run.
+COMMANDS = {"dump": (), "extract": ("--timecodes", "-"), "insert": ("-o", "-", "--aud"), "report": ("-o", "-"),
+            "rewrite": ("-o", "-", "--timing", "1001/60000"), "summary": ()}
 
 
 class CommandLine(TestCase):
@@ -52,6 +59,13 @@ class CommandLine(TestCase):
         self.assertEqual((result.returncode, result.stderr), (0, b""))
         for option in ("FILE", "--json", "--level", "--types"):
             self.assertIn(option, result.stdout.decode())
+
+    def test_help_of_every_subcommand_tells_the_exit_status(self):
+        for arguments in [()] + [(command,) for command in COMMANDS]:
+            text = run(*arguments, "--help").stdout.decode()
+            self.assertIn("--quiet", text)
+            self.assertIn("\nExit status: 0 fine, 1 something in the input could not be parsed, 2 wrong usage or failed "
+                          "input or output.\n", text)
 
     def test_options_may_follow_the_file(self):
         self.assertEqual(run("dump", DATA_FILE, "--json").stdout.splitlines()[0],
@@ -184,6 +198,112 @@ class InputAndOutput(TestCase):
         process = self.start_slow_run(stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
         self.assertEqual((process.wait(timeout=120), process.stderr.read()), (0, b""))
         process.stderr.close()
+
+
+    def test_every_subcommand_shows_progress_and_none_when_quiet(self):
+        with open(SAMPLE, "rb") as file:
+            sample = file.read()
+        runs = []
+        for command, options in COMMANDS.items():
+            for quiet in ((), ("--quiet",)):
+                ours, theirs = pty.openpty()
+                runs.append((command, quiet, ours, subprocess.Popen(
+                    [TOOL, command, *options, *quiet, "-"], stdin=subprocess.PIPE, stdout=subprocess.DEVNULL,
+                    stderr=theirs)))
+                os.close(theirs)
+        for part in (sample, nal_unit(12, b"\xff" * 1000000) * 3, nal_unit(12, b"\xff"), nal_unit(11, b"")):
+            for _, _, _, process in runs:
+                process.stdin.write(part)
+                process.stdin.flush()
+            time.sleep(1.1)
+        for command, quiet, ours, process in runs:
+            process.stdin.close()
+            self.assertEqual(process.wait(timeout=120), 0, command)
+            shown = self.read_terminal(ours)
+            if quiet:
+                self.assertEqual(shown, b"", command)
+            else:
+                self.assertRegex(shown, rb"\A(\r\x1b\[K\d+ MB)+\r\x1b\[K", command)
+
+
+class Streams(TestCase):
+    """Every subcommand with inputs of every kind."""
+
+    def test_a_pipe_gives_what_the_file_gives(self):
+        with open(SAMPLE, "rb") as file:
+            sample = file.read()
+        for command, options in COMMANDS.items():
+            from_file = run(command, *options, SAMPLE)
+            from_pipe = feed(command, sample, *options)
+            self.assertEqual((from_file.returncode, from_file.stderr), (0, b""), command)
+            self.assertEqual((from_pipe.returncode, from_pipe.stderr), (0, b""), command)
+            self.assertGreater(len(from_file.stdout), 10, command)
+            self.assertEqual(from_pipe.stdout, from_file.stdout.replace(SAMPLE.encode(), b"standard input"), command)
+
+    def test_empty_input(self):
+        for command, options in COMMANDS.items():
+            for stream in (b"", b"\x00" * 100):
+                result = feed(command, stream, *options)
+                self.assertEqual((result.returncode, result.stdout, result.stderr.decode()),
+                                 (1, b"", "h264tool: standard input: %s\n" % EMPTY), command)
+
+    def test_no_start_code(self):
+        for command, options in COMMANDS.items():
+            result = feed(command, b"text" * 100, *options)
+            self.assertEqual((result.returncode, result.stdout, result.stderr.decode()),
+                             (1, b"", "h264tool: standard input: %s\n" % NO_START_CODE), command)
+
+    REFUSED = ("h264tool: standard input: no start code found in the first megabyte: is this an MP4 or transport stream? "
+               + CONVERSION + "\n")
+
+    def test_no_start_code_in_the_first_megabyte(self):
+        for command, options in COMMANDS.items():
+            result = feed(command, b"\x47" + b"\xab" * 999999 + nal_unit(9, b"\x10"), *options)
+            self.assertEqual((result.returncode, result.stdout, result.stderr.decode()), (1, b"", self.REFUSED), command)
+
+    def test_a_start_code_that_ends_the_first_megabyte_is_found(self):
+        for before in (999996, 500):
+            result = feed("dump", b"\xab" * before + nal_unit(9, b"\x10") + nal_unit(12, b"\xff" * 2000000), "--json")
+            self.assert_result(result, 1, "h264tool: standard input: %d bytes before the first start code\n" % before)
+        result = feed("dump", b"\xab" * 999997 + nal_unit(9, b"\x10"), "--json")
+        self.assertEqual((result.returncode, result.stderr.decode()), (1, self.REFUSED))
+
+    def test_the_input_is_not_read_to_its_end_when_it_is_refused(self):
+        process = subprocess.Popen([TOOL, "dump", "-"], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                                   stderr=subprocess.PIPE)
+        process.stdin.write(b"\xab" * 1000000)
+        process.stdin.flush()
+        self.assertEqual(process.wait(timeout=120), 1)
+        for stream in (process.stdin, process.stdout, process.stderr):
+            stream.close()
+
+    def test_other_formats(self):
+        annex_b = nal_unit(9, b"\x10") * 1000
+        packets = b"".join(b"\x47" + bytes([i]) * 100 + b"\x00\x00\x01\xe0" + bytes(83) for i in range(2, 10))
+        for beginning, name in ((b"\x00\x00\x00\x20ftypisom", "an MP4 or QuickTime file"),
+                                (b"\x1a\x45\xdf\xa3\x01\x00\x00\x00\x01", "a Matroska file"),
+                                (packets, "a transport stream")):
+            for command, options in COMMANDS.items():
+                result = feed(command, beginning + annex_b, *options)
+                self.assertEqual((result.returncode, result.stdout, result.stderr.decode()), (
+                    1, b"", "h264tool: standard input: this is %s, no Annex B byte stream: %s\n" % (name, CONVERSION)))
+
+    def test_a_byte_stream_may_look_like_another_format_behind_its_start_code(self):
+        self.assert_result(feed("dump", nal_unit(12, b"ftyp" + b"\xff" * 400, start_code_length=3)), 0, "")
+
+    def test_quiet_leaves_out_notes_and_nothing_else(self):
+        damaged = b"stray" + nal_unit(7, b"\x42") + nal_unit(9, b"\x10")
+        for command in ("dump", "summary"):
+            loud = feed(command, damaged)
+            quiet = feed(command, damaged, "--quiet")
+            self.assertEqual((loud.returncode, len(loud.stderr.splitlines())), (1, 2))
+            self.assertEqual((quiet.returncode, quiet.stderr), (1, b""))
+            self.assertEqual(without_addresses(quiet.stdout.decode()), without_addresses(loud.stdout.decode()))
+        self.assertEqual(run("--quiet", "dump", DATA_FILE).stderr, b"")
+        self.assertEqual(run("dump", "-q", DATA_FILE).stderr, b"")
+        self.assert_result(feed("dump", b"", "--quiet"), 1, "h264tool: standard input: %s\n" % EMPTY)
+        self.assert_result(run("dump", "--quiet", "no/such/file"), 2,
+                           "h264tool: cannot open no/such/file: %s\n" % os.strerror(errno.ENOENT))
 
 
 if __name__ == "__main__":

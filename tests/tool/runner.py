@@ -12,6 +12,9 @@ import stream_builder as build
 UPDATE_GOLDEN = "--update-golden" in sys.argv
 TOOL = next((argument for argument in sys.argv[1:] if not argument.startswith("-")), None)
 GOLDEN = os.path.join(build.HERE, "golden")
+EMPTY = "no NAL unit found: the input is empty or holds nothing but zero bytes"
+CONVERSION = "convert with ffmpeg -i FILE -c copy -bsf:v h264_mp4toannexb OUT.h264"
+NO_START_CODE = "no start code found: is this an MP4 or transport stream? " + CONVERSION
 HEADER = "  unit      offset    length start_code ref_idc  nal_unit_type\n"
 
 

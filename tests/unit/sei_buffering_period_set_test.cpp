@@ -57,9 +57,13 @@ sei_buffering_period_t record_of(int after_sps_id, unsigned long nal, unsigned l
 // Messages at level 3, without the function's name; no other function says anything there.
 Lines errors() {
     Lines found;
-    for (const std::string& line : test::texts_with_function(3)) {
-        EXPECT_EQ(line.substr(0, 26), "set_sei_buffering_period: ");
-        found.push_back(line.substr(26));
+    for (const test::Message& message : test::records().messages) {
+        if (message.level != 3) continue;
+        EXPECT_EQ(message.func, "set_sei_buffering_period");
+        EXPECT_EQ(message.file, "h264d.c");
+        EXPECT_GT(message.line, 0);
+        EXPECT_EQ(message.text.find('\n'), message.text.size() - 1) << message.text;
+        found.push_back(message.text.substr(0, message.text.find('\n')));
     }
     return found;
 }
@@ -165,6 +169,7 @@ TEST_F(BufferingPeriodSetter, OtherTypesAreRejected) {
         const Set set(message, before, {0, type, 1, 2}, record_of(17, 9, 9));
         EXPECT_EQ(set.result, FALSE);
         EXPECT_EQ(set.area, before);
+        EXPECT_EQ(set.position, 3U) << "not moved";
         EXPECT_EQ(errors(), Lines{text("enHRDCbpType %d not in the known types.", type)});
     }
 }
@@ -180,6 +185,7 @@ TEST_F(BufferingPeriodSetter, WithoutTheHrdNothingIsWritten) {
             const Set set(message, before, {1, type, 1, 2}, record_of(17, 2, 2));
             EXPECT_EQ(set.result, FALSE);
             EXPECT_EQ(set.area, before);
+            EXPECT_EQ(set.position, 17U) << "behind seq_parameter_set_id";
             EXPECT_EQ(test::records().messages.size(), 0U);
         }
 }

@@ -1,3 +1,5 @@
+#include <sys/mman.h>
+
 #include <climits>
 
 #include "buffering_period_model.h"
@@ -188,6 +190,30 @@ TEST_F(BufferingPeriod, UnitsOfAnyLength) {
     expect_read(message, 100000);
 }
 
+// A payload of more bits than an int counts is read as far as it goes.
+TEST_F(BufferingPeriod, APayloadOf256MegabytesIsRead) {
+    Message message;
+    message.nal = {1, 24, 1};
+    constexpr std::size_t kBytes = (std::size_t{1} << 28) + 4096;
+    void* memory = mmap(nullptr, kBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    ASSERT_NE(memory, MAP_FAILED);
+    const Bytes unit = sei_unit(Model(message).bits.bytes());
+    std::memcpy(memory, unit.data(), unit.size());
+    test::reset(6);
+    const std::unique_ptr<vui_t> vui = message.vui();
+    sei_buffering_period_t record = test::untouched_period();
+    const auto* start = static_cast<const unsigned char*>(memory);
+    EXPECT_EQ(parse_sei_buffering_period_nal(start, static_cast<int>(kBytes), vui.get(), &record), TRUE);
+    EXPECT_EQ(record.initial_cpb_removal_delay[0], test::low_bits(test::schedule_value(0, 0), 24));
+    EXPECT_EQ(test::assertions(), std::vector<std::string>{});
+    // Of the payload's last bytes nothing is read.
+    record = test::untouched_period((1U << 28) - 1);
+    EXPECT_EQ(parse_sei_buffering_period_nal(start, static_cast<int>(kBytes), vui.get(), &record), FALSE);
+    EXPECT_EQ(test::up_to(5, reader_lines()), Lines{"3 _parse_bp: cannot parse seq_parameter_set_id."});
+    EXPECT_EQ(test::assertions(), std::vector<std::string>{});
+    munmap(memory, kBytes);
+}
+
 TEST_F(BufferingPeriod, WithoutMemory) {
     const Message message;
     const Bytes unit = sei_unit(Model(message).bits.bytes());
@@ -240,7 +266,12 @@ TEST_F(BufferingPeriod, WithoutAUnit) {
     const Bytes unit = sei_unit(Model(message).bits.bytes());
     for (const int size : {0, -1, INT_MIN}) {
         test::clear();
+        const CallocWatch watch;
         EXPECT_EQ(parse_sei_buffering_period_nal(unit.data(), size, vui.get(), &record), FALSE);
+        EXPECT_EQ(watch.sizes(), std::vector<std::size_t>{});
+        EXPECT_EQ(reader_lines(),
+                  Lines{text("3 parse_sei_buffering_period_nal: Failed to parse SEI buffering period! buffer:%p.",
+                             static_cast<const void*>(unit.data()))});
         EXPECT_EQ(own_assertions(), std::vector<std::string>{"parse_sei_buffering_period_nal: buffer_len >= 4"});
     }
     EXPECT_EQ(str(record), str(test::untouched_period()));

@@ -106,6 +106,49 @@ TEST_F(PicTimingRewrite, APayloadOfMoreThan17BytesLeavesTheHeader) {
                                    "input buffer length:27. Failed to encapsulate!"});
 }
 
+// Delays and a time_offset of 24 bits each leave room for one full timestamp, without delays there is room for two.
+TEST_F(PicTimingRewrite, FullTimestampsThatHaveRoom) {
+    for (const int delays : {0, 1})
+        for (const int count : {1, 2, 3}) {
+            RewriteSps sps;  // 24 bits everywhere
+            sps.nal_present = delays;
+            EXPECT_EQ(expect_rewritten(sps, full_timing(count)).has_payload, count <= (delays != 0 ? 1 : 2));
+        }
+}
+
+// As many zeros as 17 bytes can have: two of them hold a one.
+TEST_F(PicTimingRewrite, SeventeenBytesFullOfZerosHaveRoom) {
+    RewriteSps sps;
+    sps.nal_present = 1;
+    sps.nal = {31, 31, 31};
+    sei_pic_timing_t pt{};
+    pt.NumClockTS = 1;
+    pt.clock_timestamp_info[0].clock_timestamp_flag = 1;
+    pt.clock_timestamp_info[0].full_timestamp_flag = 1;
+    Bytes rbsp(18, 0);
+    rbsp[8] = 0x08;
+    rbsp[9] = 0x04;
+    rbsp[17] = 0x80;
+    for (const Bytes& start : {Bytes{0, 0, 0, 1, 6}, Bytes{0, 0, 1, 6}}) {
+        const Bytes source = test::join(start, {1, 1, 0x55, 0x80});
+        EXPECT_TRUE(expect_rewritten(sps, pt, source).has_payload);
+        const Bytes expected = test::join(test::join(start, {0, 17}), test::emulation_prevented(rbsp));
+        EXPECT_EQ(expected.size(), start.size() + 2 + 24);
+        EXPECT_EQ(TimingRewrite(sps, pt, source).bytes, expected);
+    }
+}
+
+// A signed number has two bits at least. Without a timestamp it is not written.
+TEST_F(PicTimingRewrite, ATimeOffsetOfOneBitCannotBeWritten) {
+    RewriteSps sps;
+    sps.nal.time_offset = 1;
+    EXPECT_FALSE(expect_rewritten(sps, full_timing()).made);
+    EXPECT_EQ(test::up_to(3, reader_lines())[0], "3 _set_sei_pictiming_parameters: Failed to set time_offset_length.");
+    sei_pic_timing_t pt = full_timing();
+    pt.clock_timestamp_info[0].clock_timestamp_flag = 0;
+    EXPECT_TRUE(expect_rewritten(sps, pt).has_payload);
+}
+
 TEST_F(PicTimingRewrite, WhatDoesNotFitInto32Bytes) {
     RewriteSps sps;
     sps.nal_present = 1;

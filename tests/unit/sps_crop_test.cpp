@@ -15,6 +15,15 @@ using test::SpsSyntax;
 using test::text;
 
 constexpr std::size_t kSpare = 32;  // room for four codes of 63 bits
+constexpr const char* kName = "set_sps_crop";
+
+// The trace of the tail; start: where the record says that it begins.
+test::LogLine tail_trace(int payload_bytes, long long start) {
+    const auto shown = static_cast<int>(start);
+    return {6, kName,
+            text("SPSLen bytes:%d. Current offset in bb:%d, num_bits:%d, IsByteBoudary:%s.", payload_bytes, shown,
+                 static_cast<int>(8LL * payload_bytes - start), shown % 8 == 0 ? "TRUE" : "FALSE")};
+}
 
 SpsSyntax some_sps(bool crops) {
     SpsSyntax sps = test::sps_variants()[4].sps;  // with cropping
@@ -24,12 +33,12 @@ SpsSyntax some_sps(bool crops) {
     return sps;
 }
 
-// A payload with spare bytes behind it, and no readable byte behind these.
+// A payload with spare bytes behind it, and no readable byte behind these. The bit buffer's position does not matter.
 struct Area {
     Area(const Bytes& payload, std::size_t spare, unsigned char fill)
         : before(join(payload, spare, fill)),
           memory(before),
-          bb{memory.data(), 0, static_cast<unsigned>(8 * before.size())} {}
+          bb{memory.data(), 5, static_cast<unsigned>(8 * before.size())} {}
 
     static Bytes join(Bytes bytes, std::size_t spare, unsigned char fill) {
         bytes.insert(bytes.end(), spare, fill);
@@ -127,7 +136,39 @@ TEST(SetCrop, AnAreaThatIsNoWholeNumberOfBytesIsRoundedUp) {
     }
 }
 
-// The area ends anywhere behind the payload: codes that do not fit are reported and left out, the tail then fails.
+// Values that are no 32-bit ones are coded modulo 2^32, and 2^32 - 1, which has no code of 63 bits, as 0.
+TEST(SetCrop, OffsetsAbove32Bits) {
+    struct Case {
+        unsigned long offset, coded;
+    };
+    for (const bool crops : {false, true})
+        for (const Case& c : {Case{0xFFFFFFFE, 0xFFFFFFFE},
+                              {0xFFFFFFFF, 0},
+                              {0x100000000, 0},
+                              {0x100000005, 5},
+                              {0xFFFFFFFF00000003, 3},
+                              {0xFFFFFFFFFFFFFFFE, 0xFFFFFFFE},
+                              {0xFFFFFFFFFFFFFFFF, 0}}) {
+            SpsSyntax wanted = some_sps(true);
+            wanted.frame_crop_left_offset = wanted.frame_crop_bottom_offset = c.coded;
+            Area area(some_sps(crops).rbsp(), kSpare, 0);
+            const auto record = record_of(some_sps(crops));
+            set_offsets(*record, wanted);
+            record->frame_crop_left_offset = record->frame_crop_bottom_offset = c.offset;
+            test::reset(6);
+            EXPECT_GT(set_sps_crop(&area.bb, static_cast<int>(some_sps(crops).rbsp().size()), record.get()), 0);
+            EXPECT_EQ(test::recorded_log().back().text,
+                      text("About to set framecrop params: Flag:1, LeftOff:%d, RightOff:22, TopOff:333, BottomOff:%d, "
+                           "bit_offset:%d.",
+                           static_cast<int>(c.offset), static_cast<int>(c.offset), record->frame_cropping_offset + 1));
+            const Bytes expected = wanted.rbsp();
+            const Bytes bytes = area.memory.bytes();
+            EXPECT_EQ(Bytes(bytes.begin(), bytes.begin() + static_cast<long>(expected.size())), expected);
+        }
+}
+
+// The area ends anywhere behind the payload: of codes that do not fit nothing is written, or the first half when the
+// second does not fit. They are reported, and the tail then fails.
 TEST(SetCrop, NoRoom) {
     for (const bool crops : {false, true}) {
         const SpsSyntax sps = some_sps(crops);
@@ -151,7 +192,7 @@ TEST(SetCrop, NoRoom) {
             ASSERT_EQ(area.memory.bytes(), test::bytes_of(model.area.bits));
             ASSERT_EQ(area.bb.bit_offset, model.area.position);
             Log expected;
-            for (const std::string& failure : model.failures) expected.push_back({3, "set_sps_crop", failure});
+            for (const std::string& failure : model.failures) expected.push_back({3, kName, failure});
             ASSERT_EQ(test::recorded_log(), expected);
             failed += model.failures.size();
         }
@@ -181,7 +222,7 @@ TEST(SetCrop, EveryOffsetThatDoesNotFit) {
         EXPECT_EQ(result > 0, true) << "the function carries on";
         Log expected;
         for (unsigned i = fitting; i < 4; ++i)
-            expected.push_back({3, "set_sps_crop", "Failed to set crop " + names[i] + " as golomb."});
+            expected.push_back({3, kName, "Failed to set crop " + names[i] + " as golomb."});
         EXPECT_EQ(test::recorded_log(), expected);
     }
 }
@@ -199,15 +240,12 @@ TEST(SetCrop, Traces) {
         test::reset(6);
         set_sps_crop(&area.bb, static_cast<int>(payload.size()), record.get());
         const int start = crops ? record->vui_parameters_present_offset : record->frame_cropping_offset + 1;
-        EXPECT_EQ(
-            test::recorded_log(),
-            (Log{{6, "set_sps_crop",
-                  text("SPSLen bytes:%zu. Current offset in bb:%d, num_bits:%d, IsByteBoudary:%s.", payload.size(),
-                       start, static_cast<int>(8 * payload.size()) - start, start % 8 == 0 ? "TRUE" : "FALSE")},
-                 {6, "set_sps_crop",
-                  text("About to set framecrop params: Flag:1, LeftOff:3, RightOff:-2, TopOff:5, BottomOff:6, "
-                       "bit_offset:%d.",
-                       record->frame_cropping_offset + 1)}}));
+        EXPECT_EQ(test::recorded_log(),
+                  (Log{tail_trace(static_cast<int>(payload.size()), start),
+                       {6, kName,
+                        text("About to set framecrop params: Flag:1, LeftOff:3, RightOff:-2, TopOff:5, BottomOff:6, "
+                             "bit_offset:%d.",
+                             record->frame_cropping_offset + 1)}}));
     }
 }
 
@@ -226,52 +264,54 @@ TEST(SetCrop, ATailOnAByteBoundary) {
     }
 }
 
-// Nothing of the area and the record changes, and one message names the bits.
-void expect_refused(const sps_t& wrong, int payload_bytes, long long bits, const char* verb = "get") {
+// Nothing of the area and the record changes, and one message names the bits: those of the tail, which cannot be read,
+// or those to be cleared.
+void expect_refused(const sps_t& wrong, int payload_bytes, bool has_tail = false) {
     Area area(some_sps(true).rbsp(), kSpare, 0xFF);
     auto record = std::make_unique<sps_t>(wrong);
-    test::reset(3);
+    const long long end = 8LL * payload_bytes;
+    const long long offsets = wrong.frame_cropping_offset + 1LL;
+    const long long tail = wrong.frame_cropping_flag == 1 ? wrong.vui_parameters_present_offset : offsets;
+    test::reset(6);
     EXPECT_EQ(set_sps_crop(&area.bb, payload_bytes, record.get()), -1);
     EXPECT_EQ(area.memory.bytes(), area.before);
     EXPECT_EQ(test::difference(*record, wrong), "");
-    EXPECT_EQ(test::recorded_log(),
-              (Log{{3, "set_sps_crop", text("Failed to %s %d bits as string.", verb, static_cast<int>(bits))}}));
+    const std::string failure = text("Failed to %s %d bits as string.", has_tail ? "set" : "get",
+                                     static_cast<int>(end - (has_tail ? offsets : tail)));
+    EXPECT_EQ(test::recorded_log(), (Log{tail_trace(payload_bytes, tail), {3, kName, failure}}));
     EXPECT_EQ(test::assertions(), std::vector<std::string>{});
 }
 
 TEST(SetCrop, PositionsBehindTheData) {
     const auto record = record_of(some_sps(true));
     const auto size = static_cast<int>(some_sps(true).rbsp().size());
-    const long long bits = 8LL * size;
-    for (const int position : {static_cast<int>(bits) + 1, INT_MAX, -1, -8, INT_MIN}) {
+    const int bits = 8 * size;
+    for (const int position : {bits + 1, INT_MAX, -1, -8, -9, INT_MIN}) {
         SCOPED_TRACE(position);
         sps_t wrong = *record;
         wrong.vui_parameters_present_offset = position;
-        expect_refused(wrong, size, bits - position);
+        expect_refused(wrong, size);
 
         wrong = *record;
         wrong.frame_cropping_flag = 0;
         wrong.frame_cropping_offset = position;
-        expect_refused(wrong, size, bits - position - 1);
+        expect_refused(wrong, size);
 
+        // The tail is there, but not the place of the offsets.
         wrong.frame_cropping_flag = 1;
-        if (position < 0)
-            expect_refused(wrong, size, bits - wrong.vui_parameters_present_offset);
-        else
-            expect_refused(wrong, size, bits - position - 1, "set");
+        expect_refused(wrong, size, true);
     }
     // No bit behind the flag, or the flag the first of all bits behind the data.
     sps_t wrong = *record;
     wrong.frame_cropping_flag = 0;
-    wrong.frame_cropping_offset = static_cast<int>(bits);
-    expect_refused(wrong, size, -1);
+    wrong.frame_cropping_offset = bits;
+    expect_refused(wrong, size);
 }
 
 TEST(SetCrop, ALengthThatTheAreaDoesNotHave) {
     const auto record = record_of(some_sps(true));
     const int area = static_cast<int>(some_sps(true).rbsp().size() + kSpare);
-    for (const int length : {area + 1, INT_MAX, 0, -1, INT_MIN})
-        expect_refused(*record, length, 8LL * length - record->vui_parameters_present_offset);
+    for (const int length : {area + 1, INT_MAX, 0, -1, INT_MIN}) expect_refused(*record, length);
 }
 
 // More than 256 bytes behind the cropping part, in an area that has them.
@@ -287,7 +327,7 @@ TEST(SetCrop, ATailThatIsTooLong) {
     EXPECT_GT(crop(2044), 0);
     EXPECT_EQ(test::assertions(), std::vector<std::string>{});
     EXPECT_EQ(crop(2052), -1);
-    EXPECT_EQ(test::recorded_log(), (Log{{3, "set_sps_crop", "Failed to get 2052 bits as string."}}));
+    EXPECT_EQ(test::recorded_log(), (Log{{3, kName, "Failed to get 2052 bits as string."}}));
     EXPECT_EQ(test::assertions(), std::vector<std::string>{"OutSizeBytes >= (DIVIDE_AND_CEIL(n, NUM_BITS_IN_BYTE))"});
 }
 
@@ -310,7 +350,7 @@ TEST(SetCrop, NullArguments) {
     EXPECT_EQ(set_sps_crop(nullptr, 20, record.get()), -1);
     EXPECT_EQ(set_sps_crop(&area.bb, 20, nullptr), -1);
     EXPECT_EQ(test::assertions(), (std::vector<std::string>{"sps_bb != NULL", "sps != NULL"}));
-    EXPECT_EQ(test::records().assertions[0].func, "set_sps_crop");
+    EXPECT_EQ(test::records().assertions[0].func, kName);
     EXPECT_EQ(test::records().assertions[0].file, "h264d.c");
     EXPECT_EQ(area.memory.bytes(), area.before);
     EXPECT_EQ(test::difference(*record, *record_of(sps)), "");

@@ -1,5 +1,6 @@
-// Rewriting the VUI of whole sequence parameter set units.
+// Rewriting the VUI of whole sequence parameter set units. What concerns their room: sps_rewrite_room_test.cpp.
 #include "sps_rewrite_check.h"
+#include "trace_text.h"
 
 namespace {
 
@@ -7,7 +8,6 @@ using test::behind_start_code;
 using test::Bits;
 using test::bits_of;
 using test::Bytes;
-using test::Log;
 using test::part;
 using test::record_of;
 using test::Rewritten;
@@ -15,11 +15,9 @@ using test::SpsSyntax;
 using test::with_vui;
 using Texts = std::vector<std::string>;
 
-constexpr const char* kName = "H264Lib_Set_sps_vui_parameters_NAL";
-
 using SpsRewrite = test::SpsRewriteTest;
 
-// Every shape of VUI behind both start codes. Scaling lists would make units for which there may be no room.
+// Every shape of VUI behind both start codes. For units with scaling lists there may be no room: they come next.
 TEST_F(SpsRewrite, AnyShape) {
     test::Random random(6);
     unsigned escapes_in_tail = 0;
@@ -70,6 +68,44 @@ TEST_F(SpsRewrite, AnyShape) {
     EXPECT_GT(zero_bytes_at_end, 50U);
 }
 
+TEST_F(SpsRewrite, AnyShapeWithScalingLists) {
+    test::Random random(8);
+    unsigned complete = 0;
+    unsigned header_only = 0;
+    for (const unsigned variant : {6U, 7U})
+        for (unsigned round = variant % 2; round < test::kHeadShapes * test::kTailShapes && !HasFailure(); round += 2) {
+            SCOPED_TRACE(round);
+            const SpsSyntax sps = test::shaped_sps(variant, round, round / test::kHeadShapes, random);
+            ASSERT_TRUE(sps.seq_scaling_matrix_present_flag);
+            SpsSyntax wanted = sps;
+            test::set_head_shape(wanted.vui, random() % test::kHeadShapes, random);
+            const auto record = record_of(sps);
+            set_head(record->vui, wanted.vui);
+            const Bytes unit = sps.unit(round / 2 % 2 == 0 ? 3 : 4);
+            const Rewritten rewritten(unit, record.get());
+            EXPECT_EQ(rewritten.result, TRUE);
+            EXPECT_EQ(rewritten.made, test::rewritten_unit(unit, sps.rbsp(), *record));
+            EXPECT_EQ(test::assertions(), Texts{});
+            if (behind_start_code(rewritten.made).size() == 1) {
+                ++header_only;
+                continue;
+            }
+            ++complete;
+            const auto read = test::filled_record(0);
+            EXPECT_EQ(parse_sps_nal(rewritten.made.data(), static_cast<int>(rewritten.made.size()), read.get()), TRUE);
+            EXPECT_EQ(test::difference(*read, *record_of(wanted)), "");
+        }
+    EXPECT_GT(complete, 500U);
+    EXPECT_LT(header_only, 20U);
+}
+
+// The bits in front of the stop bit.
+std::size_t bits_before_stop(const Bytes& payload) {
+    Bits bits = bits_of(payload);
+    while (!bits.back()) bits.pop_back();
+    return bits.size() - 1;
+}
+
 TEST_F(SpsRewrite, AddedTimingTakes65Bits) {
     for (const bool hrd : {false, true}) {
         SpsSyntax sps = with_vui();
@@ -82,9 +118,7 @@ TEST_F(SpsRewrite, AddedTimingTakes65Bits) {
         wanted.vui.num_units_in_tick = 1001;
         wanted.vui.time_scale = 60000;
         const Bytes payload = expect_rewritten(sps, wanted, 4);
-        EXPECT_EQ(wanted.script().bits().bits(), sps.script().bits().bits() + 65);
-        const auto read = record_of(wanted);
-        EXPECT_EQ(read->vui.MaxFPS, 30);
+        EXPECT_EQ(bits_before_stop(payload), bits_before_stop(sps.rbsp()) + 65);
         // From nal_hrd_parameters_present_flag on, all bits are the input's.
         const auto from = static_cast<std::size_t>(record_of(sps)->vui.nal_hrd_parameters_present_offset);
         const Bits tail = part(bits_of(sps.rbsp()), from);
@@ -107,78 +141,35 @@ TEST_F(SpsRewrite, TheNewUnitMayEndInAZeroByte) {
     ASSERT_EQ(parse_sps_nal(rewritten.made.data(), static_cast<int>(rewritten.made.size()), read.get()), TRUE);
     const Rewritten again(rewritten.made, read.get());
     EXPECT_EQ(again.result, TRUE);
+    EXPECT_EQ(again.made, rewritten.made);
     EXPECT_EQ(test::assertions(), Texts{"StopBitPos >= 0"});
 }
 
-// An SPS that grows by 7 bits with each of its offset_for_ref_frame, with a VUI in which nothing is present.
-SpsSyntax growing_sps() {
-    SpsSyntax sps = with_vui();
-    sps.pic_order_cnt_type = 1;
-    return sps;
-}
-constexpr std::int64_t kSevenBits = -7;
-
-// From 225 bytes of payload on the destination's capacity is asserted, and the call goes on. Longer payloads do not
-// find the room that the encapsulation wants: the unit has its header alone then.
-TEST_F(SpsRewrite, LongUnits) {
-    unsigned complete = 0;
-    unsigned header_only = 0;
-    unsigned refused = 0;
-    SpsSyntax sps = growing_sps();
-    for (Bytes unit = sps.unit(); behind_start_code(unit).size() <= 256; unit = sps.unit()) {
-        for (const bool adds_timing : {false, true}) {
-            const auto record = record_of(sps);
-            SpsSyntax wanted = sps;
-            wanted.vui.timing_info_present_flag = adds_timing;
-            set_head(record->vui, wanted.vui);
-            const std::size_t payload = sps.rbsp().size();
-            const std::size_t made = test::rewritten(bits_of(sps.rbsp()), *record).size() / 8;
-            const Rewritten rewritten(unit, record.get());
-            EXPECT_EQ(
-                test::assertions(),
-                payload > 224 ? Texts{"NewSpsSodbLength >= (SpsSodbLength + MIN_VUI_PARAMETERS_SIZE_BYTES)"} : Texts{});
-            if (made > 256) {
-                EXPECT_EQ(rewritten.result, FALSE);
-                EXPECT_TRUE(rewritten.outputs_cleared());
-                ASSERT_EQ(rewritten.log.size(), 2U);
-                EXPECT_EQ(rewritten.log[0].func, "_set_sps_vui_parameters");
-                EXPECT_EQ(rewritten.log[1], (test::LogLine{3, kName, "Failed to set vui parameters SPS NAL!"}));
-                ++refused;
-                continue;
-            }
-            EXPECT_EQ(rewritten.result, TRUE);
-            EXPECT_EQ(rewritten.made, test::rewritten_unit(unit, sps.rbsp(), *record));
-            if (rewritten.made.size() > 5) {
-                EXPECT_EQ(rewritten.log, Log{});
-                ++complete;
-            } else {
-                EXPECT_GT(behind_start_code(unit).size(), 64U);
-                ASSERT_EQ(rewritten.log.size(), 1U);
-                EXPECT_EQ(rewritten.log[0].func, "RBSP_encapsulation_within_NAL");
-                ++header_only;
-            }
-        }
-        sps.offset_for_ref_frame.push_back(kSevenBits);
-    }
-    EXPECT_GT(complete, 100U);
-    EXPECT_GT(header_only, 50U);
-    EXPECT_GT(refused, 3U);
-}
-
-// The longest head for the shortest one, in units of up to 64 bytes.
-TEST_F(SpsRewrite, UnitsOfUpTo64BytesAlwaysHaveRoom) {
-    for (SpsSyntax sps = growing_sps(); behind_start_code(sps.unit()).size() <= 64;
-         sps.offset_for_ref_frame.push_back(kSevenBits)) {
-        for (const std::uint64_t value : {0x7FFFFFFFULL, 0xFFFFFFFEULL}) {
-            SpsSyntax wanted = sps;
-            wanted.vui = test::full_vui();
-            wanted.vui.nal_hrd_parameters_present_flag = wanted.vui.vcl_hrd_parameters_present_flag = false;
-            wanted.vui.pic_struct_present_flag = wanted.vui.bitstream_restriction_flag = false;
-            wanted.vui.chroma_sample_loc_type_top_field = value;
-            wanted.vui.chroma_sample_loc_type_bottom_field = value;
-            wanted.vui.num_units_in_tick = wanted.vui.time_scale = 0;
-            for (const int start_code : {3, 4}) expect_rewritten(sps, wanted, start_code);
-        }
+// The destination is an area of 256 zeros before it is written.
+TEST_F(SpsRewrite, TheWholeDestinationIsDumped) {
+    for (unsigned shape = 0; shape < test::kHeadShapes; ++shape) {
+        test::Random random(shape);
+        const SpsSyntax sps = test::shaped_sps(0, shape, shape, random);
+        const auto record = record_of(sps);
+        const Rewritten rewritten(sps.unit(), record.get(), 6);
+        EXPECT_EQ(rewritten.result, TRUE);
+        Bytes area = sps.rbsp();
+        ASSERT_EQ(rewritten.log.size(), 1U);
+        EXPECT_EQ(rewritten.log[0].level, 5);
+        EXPECT_EQ(rewritten.log[0].func, "_DisplayBitBuffer");
+        void* address = nullptr;
+        int bits = 0, offset = 0, byte = 0;
+        EXPECT_TRUE(test::parse_trace(rewritten.log[0].text,
+                                      "FINAL NEW SODB SPS BB Addr=%p, NumBits=%d Current Bit Offset=%d (Byte=%d, "
+                                      "BitOfByte=0).",
+                                      &address, &bits, &offset, &byte));
+        EXPECT_EQ(bits, 2048);
+        EXPECT_EQ(offset, static_cast<int>(8 * area.size()));
+        area.resize(256, 0);
+        ASSERT_EQ(test::records().dumps.size(), 1U);
+        EXPECT_EQ(test::records().dumps[0].level, 6);
+        EXPECT_EQ(test::records().dumps[0].label, "Bitbuffer data");
+        EXPECT_EQ(test::records().dumps[0].bytes, area);
     }
 }
 

@@ -15,10 +15,10 @@ using test::record_of;
 using test::SpsSyntax;
 using test::text;
 
-// A payload without a readable byte behind it.
+// A payload without a readable byte behind it. The bit buffer's position does not matter.
 struct Payload {
-    explicit Payload(const Bytes& payload)
-        : before(payload), memory(payload), bb{memory.data(), 0, static_cast<unsigned>(8 * payload.size())} {}
+    explicit Payload(const Bytes& payload, unsigned position = 5)
+        : before(payload), memory(payload), bb{memory.data(), position, static_cast<unsigned>(8 * payload.size())} {}
 
     // The payload as it must be when these bits have been overwritten.
     Bytes with(int position, const test::Bits& bits) const {
@@ -44,9 +44,8 @@ TEST(SetLevel, ChangesExactlyItsBits) {
         SCOPED_TRACE(variant.name);
         const auto record = record_of(variant.sps);
         for (int level = 0; level < 256; ++level) {
-            Payload payload(variant.sps.rbsp());
+            Payload payload(variant.sps.rbsp(), 77);
             record->level_idc = static_cast<unsigned char>(level);
-            payload.bb.bit_offset = 77;
             test::reset(3);
             ASSERT_EQ(set_sps_level_idc(&payload.bb, record.get()), 0);
             ASSERT_EQ(payload.memory.bytes(), payload.with(16, code_u(8, static_cast<unsigned>(level))));
@@ -83,7 +82,10 @@ TEST(SetLevel, APayloadThatIsTooShort) {
         test::reset(7);
         EXPECT_EQ(set_sps_level_idc(&payload.bb, record.get()), 0) << "a write that fails is ignored";
         EXPECT_EQ(payload.memory.bytes(), payload.before);
-        EXPECT_EQ(test::recorded_log().back().text, "After sps level_idc. Current offset in bb:16.");
+        EXPECT_EQ(payload.bb.bit_offset, 16U);
+        EXPECT_EQ(test::recorded_log(),
+                  (Log{{7, "set_sps_level_idc", "SPS level_idc:51, bitoffset:16."},
+                       {7, "set_sps_level_idc", "After sps level_idc. Current offset in bb:16."}}));
     }
 }
 
@@ -141,11 +143,10 @@ TEST(SetTiming, AVuiWithoutTimingStaysAsItIs) {
     const auto expect_refused = [](const vui_t& wanted) {
         Payload payload(with_timing(false).rbsp());
         vui_t vui = wanted;
-        payload.bb.bit_offset = 3;
         test::reset(8);
         EXPECT_EQ(set_vui_timing_info(&payload.bb, &vui), -1);
         EXPECT_EQ(payload.memory.bytes(), payload.before);
-        EXPECT_EQ(payload.bb.bit_offset, 3U);
+        EXPECT_EQ(payload.bb.bit_offset, 5U);
         EXPECT_EQ(test::recorded_log(), Log{});
     };
     vui_t vui = record_of(with_timing(false))->vui;
@@ -173,12 +174,19 @@ TEST(SetTiming, APositionNearOrBehindTheEnd) {
             AreaModel area{test::Bits(bits, false), static_cast<std::size_t>(offset)};
             area.put(code_u(32, vui.num_units_in_tick));
             area.put(code_u(32, vui.time_scale));
+            // Where the position is when the flag is written.
+            const std::size_t reached = area.position;
             area.put({true});
-            test::reset(3);
+            test::reset(7);
             ASSERT_EQ(set_vui_timing_info(&payload.bb, &vui), 0);
             ASSERT_EQ(payload.memory.bytes(), test::bytes_of(area.bits)) << bits << ' ' << offset;
             ASSERT_EQ(payload.bb.bit_offset, area.position);
-            ASSERT_EQ(test::recorded_log(), Log{});
+            const std::string before =
+                text("Vui num_units_in_ticks:%d, timescale:%d, bitoffset:%d.", static_cast<int>(vui.num_units_in_tick),
+                     static_cast<int>(vui.time_scale), offset);
+            const std::string after = text("After modifying vui_timing_info. Current offset in bb:%zu.", reached);
+            ASSERT_EQ(test::recorded_log(),
+                      (Log{{7, "set_vui_timing_info", before}, {7, "set_vui_timing_info", after}}));
         }
     Payload payload(with_timing().rbsp());
     vui.timing_info_offset = INT_MAX;
@@ -189,9 +197,11 @@ TEST(SetTiming, APositionNearOrBehindTheEnd) {
 TEST(SetTiming, AFlagThatIsNone) {
     Payload payload(with_timing().rbsp());
     const auto record = record_of(with_timing());
+    ASSERT_EQ(record->vui.fixed_frame_rate_flag, 0);
     record->vui.fixed_frame_rate_flag = 2;
     test::reset(3);
     EXPECT_EQ(set_vui_timing_info(&payload.bb, &record->vui), 0);
+    EXPECT_EQ(payload.memory.bytes(), payload.with(record->vui.timing_info_offset + 64, {true})) << "written as 1";
     EXPECT_EQ(test::assertions(), std::vector<std::string>{"value < 2"});
     ASSERT_EQ(test::records().assertions.size(), 1U);
     EXPECT_EQ(test::records().assertions[0].caller_func, "set_vui_timing_info");
@@ -256,6 +266,20 @@ TEST(SetPicStruct, APositionOutsideThePayload) {
         EXPECT_EQ(payload.memory.bytes(), payload.before);
         EXPECT_EQ(test::recorded_log(), Log{});
     }
+}
+
+// The position of an SPS without a VUI is that of profile_idc: callers look at vui_parameters_present_flag first.
+TEST(SetPicStruct, WithoutAVuiTheFirstBitIsSet) {
+    Payload payload(SpsSyntax{}.rbsp());
+    const auto record = filled_record(0);
+    bitbuffer_t whole{payload.memory.data(), 0, payload.bb.num_bits};
+    ASSERT_EQ(parse_sps(&whole, record.get()), 0);
+    ASSERT_EQ(record->vui_parameters_present_flag, 0);
+    ASSERT_EQ(record->profile_idc, 77);
+    EXPECT_EQ(set_vui_pic_struct_present_flag(&payload.bb, &record->vui), 0);
+    EXPECT_EQ(payload.memory.bytes(), payload.with(0, {true}));
+    EXPECT_EQ(payload.memory[0], 77 + 128);
+    EXPECT_EQ(payload.bb.bit_offset, 1U);
 }
 
 TEST(SetPicStruct, NullArguments) {

@@ -1,9 +1,7 @@
 // The splice of a VUI head from bit buffer to bit buffer.
 #include <climits>
 
-#include "h264d/h264d.h"
-#include "sps_rewrite_model.h"
-#include "sps_shapes.h"
+#include "sps_splice.h"
 
 namespace {
 
@@ -12,49 +10,12 @@ using test::Bytes;
 using test::Log;
 using test::part;
 using test::record_of;
+using test::Splice;
 using test::SpsSyntax;
 using test::text;
 using Texts = std::vector<std::string>;
 
-constexpr unsigned char kFill = 0x5A;
-constexpr const char* kName = "_set_sps_vui_parameters";
-
-// One call with a destination of so many bits, nothing readable behind source and destination.
-struct Splice {
-    Splice(const Bytes& payload, const sps_t& record, std::size_t room = 2048, int level = 3)
-        : source_bytes(payload),
-          source(payload),
-          destination(Bytes((room + 7) / 8, kFill)),
-          source_bb{source.data(), 0, static_cast<unsigned>(8 * payload.size())},
-          bb{destination.data(), 0, static_cast<unsigned>(room)},
-          length(static_cast<int>(payload.size())),
-          capacity(length + 32),
-          sps(record) {
-        test::reset(level);
-    }
-
-    int run() {
-        const int result = _set_sps_vui_parameters(&source_bb, length, &sps, &bb, capacity);
-        EXPECT_EQ(source.bytes(), source_bytes);
-        return result;
-    }
-    // The first bits of the destination.
-    Bits written(std::size_t bits) { return part(test::bits_of(destination.bytes()), 0, bits); }
-    // Whether the destination is as it was from a bit on.
-    bool untouched_from(std::size_t bit) {
-        const Bytes fill(destination.size(), kFill);
-        return part(test::bits_of(destination.bytes()), bit) == part(test::bits_of(fill), bit);
-    }
-
-    Bytes source_bytes;
-    test::GuardedBuffer source;
-    test::GuardedBuffer destination;
-    bitbuffer_t source_bb;
-    bitbuffer_t bb;
-    int length;
-    int capacity;
-    sps_t sps;
-};
+constexpr const char* kName = Splice::kName;
 
 SpsSyntax with_full_vui() {
     SpsSyntax sps;
@@ -84,7 +45,7 @@ TEST(VuiRewrite, EveryShape) {
 }
 
 // Every destination that is too small: what fails is the element that does not fit, under its own message, and what
-// stands before it has been written.
+// stands before it has been written and traced.
 void expect_every_failure(const SpsSyntax& sps, const SpsSyntax& wanted) {
     const auto record = record_of(sps);
     set_head(record->vui, wanted.vui);
@@ -94,29 +55,35 @@ void expect_every_failure(const SpsSyntax& sps, const SpsSyntax& wanted) {
     const auto rest = source.size() - static_cast<std::size_t>(record->vui.nal_hrd_parameters_present_offset);
     const std::size_t last = std::min<std::size_t>(rest, 8);
 
-    std::vector<test::HeadElement> elements = {{text("Failed to set %zu bits as string.", start), Bits(start)}};
-    for (const test::HeadElement& element : test::vui_head(*record)) elements.push_back(element);
-    if (rest > 8) elements.push_back({text("Failed to set %zu bits as string.", rest - 8), Bits(rest - 8)});
-    elements.push_back({"Failed to set StopBit.", Bits(last)});
+    struct Step {
+        std::string failure;
+        std::size_t bits;
+        long traces;  // before it
+    };
+    std::vector<Step> steps = {{text("Failed to set %zu bits as string.", start), start, 0}};
+    for (const test::HeadElement& element : test::vui_head(*record))
+        steps.push_back({element.failure, element.bits.size(), 2});
+    if (rest > 8) steps.push_back({text("Failed to set %zu bits as string.", rest - 8), rest - 8, 2});
+    steps.push_back({"Failed to set StopBit.", last, 3});
     std::size_t end = 0;
-    for (const test::HeadElement& element : elements) end += element.bits.size();
-    while (end < whole.size()) {
-        elements.push_back({"Failed to set padding bit.", Bits(1)});
-        ++end;
-    }
+    for (const Step& step : steps) end += step.bits;
+    for (; end < whole.size(); ++end) steps.push_back({"Failed to set padding bit.", 1, 3});
 
     std::size_t position = 0;
-    for (const test::HeadElement& element : elements) {
-        for (std::size_t i = 0; i < element.bits.size(); ++i) {
+    for (const Step& step : steps) {
+        for (std::size_t i = 0; i < step.bits; ++i) {
             const std::size_t room = position + i;
-            Splice splice(sps.rbsp(), *record, room);
+            Splice splice(sps.rbsp(), *record, room, 7);
             ASSERT_EQ(splice.run(), -1);
-            ASSERT_EQ(test::recorded_log(), (Log{{3, kName, element.failure}})) << room;
+            const Log traces = test::splice_traces(splice);
+            Log expected(traces.begin(), traces.begin() + step.traces);
+            expected.push_back({3, kName, step.failure});
+            ASSERT_EQ(test::recorded_log(), expected) << room;
             ASSERT_EQ(splice.written(position), part(whole, 0, position));
             ASSERT_TRUE(splice.untouched_from(room));
             ASSERT_EQ(test::assertions(), Texts{});
         }
-        position += element.bits.size();
+        position += step.bits;
     }
     ASSERT_EQ(position, whole.size());
     Splice splice(sps.rbsp(), *record, position);
@@ -171,37 +138,32 @@ TEST(VuiRewrite, MessagesOfAllElements) {
 
 TEST(VuiRewrite, Traces) {
     test::Random random(5);
+    unsigned on_boundary = 0, off_boundary = 0, without_tail = 0;
     for (unsigned shape = 0; shape < test::kTailShapes * 8; ++shape) {
         const SpsSyntax sps = test::shaped_sps(shape, random() % test::kHeadShapes, shape, random);
         const auto record = record_of(sps);
         Splice splice(sps.rbsp(), *record, 2048, 7);
-        const int bytes = splice.run();
-        const int offset = record->vui.nal_hrd_parameters_present_offset;
-        const int rest = 8 * splice.length - offset;
-        const int last_bits = std::min(rest, 8);
-        const Bits source = test::bits_of(sps.rbsp());
-        unsigned last = 0;
-        for (const bool bit : part(source, source.size() - static_cast<std::size_t>(last_bits)))
-            last = 2 * last + (bit ? 1 : 0);
-        int stop = 0;
-        while ((last >> stop & 1U) == 0) ++stop;
-        const std::string label =
-            text("FINAL NEW SODB SPS BB Addr=%p, NumBits=2048 Current Bit Offset=%d (Byte=%d, BitOfByte=0).",
-                 static_cast<void*>(splice.destination.data()), 8 * bytes, bytes);
-        ASSERT_EQ(test::recorded_log(),
-                  (Log{{7, kName,
-                        text("SpsSodbLength bytes:%d. Current offset in bb:%d, num_bits:%d, IsByteBoudary:%s.",
-                             splice.length, offset, rest, offset % 8 == 0 ? "TRUE" : "FALSE")},
-                       {7, kName, text("num_bits:%d, LastByteNumBits:%d, LastByte:%#x.", last_bits, last_bits, last)},
-                       {7, kName,
-                        text("Before Trailing bits, bitbuffer BitOffset:%d, StopBitPos:%d, LastByte:%#x.",
-                             8 * splice.length - last_bits, stop, last)},
-                       {5, "_DisplayBitBuffer", label, "bitbuffer.c"},
-                       {7, kName, text("Final new SPS num_bits:%d, Bytes:%d.", 8 * bytes, bytes)}}));
+        splice.run();
+        ASSERT_EQ(test::recorded_log(), test::splice_traces(splice));
+        // The dump stands between the line that announces it and the last trace.
         ASSERT_EQ(test::records().dumps.size(), 1U);
-        ASSERT_EQ(test::records().dumps[0].label, "Bitbuffer data");
-        ASSERT_EQ(test::records().dumps[0].bytes, splice.destination.bytes());
+        const test::Dump& dump = test::records().dumps[0];
+        EXPECT_EQ(dump.level, 6);
+        EXPECT_EQ(dump.label, "Bitbuffer data");
+        EXPECT_EQ(dump.bytes, splice.destination.bytes());
+        const std::vector<test::Message>& messages = test::records().messages;
+        ASSERT_GE(messages.size(), 2U);
+        EXPECT_EQ(messages[messages.size() - 2].level, 5);
+        EXPECT_EQ(messages[messages.size() - 2].order + 1, dump.order);
+        EXPECT_EQ(messages.back().order, dump.order + 1);
+
+        const int start = record->vui.nal_hrd_parameters_present_offset;
+        ++(start % 8 == 0 ? on_boundary : off_boundary);
+        without_tail += 8 * splice.length - start <= 8 ? 1 : 0;
     }
+    EXPECT_GT(on_boundary, 0U);
+    EXPECT_GT(off_boundary, 0U);
+    EXPECT_GT(without_tail, 0U);
 }
 
 TEST(VuiRewrite, WithoutAVuiNothingIsDone) {
@@ -221,26 +183,26 @@ TEST(VuiRewrite, PositionsBehindTheData) {
     const int end = static_cast<int>(8 * payload.size());
     for (const int position : {end + 1, end + 9, INT_MAX, -1, -8, -2000, INT_MIN}) {
         SCOPED_TRACE(position);
-        Splice head(payload, *record);
+        Splice head(payload, *record, 2048, 7);
         head.sps.vui_parameters_present_offset = position;
         EXPECT_EQ(head.run(), -1);
         EXPECT_EQ(test::recorded_log(), (Log{{3, kName, text("Failed to get %d bits as string.", position)}}));
         EXPECT_EQ(test::assertions(), Texts{});
         EXPECT_TRUE(head.untouched_from(0));
 
-        Splice tail(payload, *record);
+        Splice tail(payload, *record, 2048, 7);
         tail.sps.vui.nal_hrd_parameters_present_offset = position;
         EXPECT_EQ(tail.run(), -1);
         const long long bits = 1LL * end - position;
-        EXPECT_EQ(test::recorded_log(),
-                  (Log{{3, kName,
-                        text("Failed to get %d bits as %s.", static_cast<int>(bits), bits > 8 ? "string" : "Uint8")}}));
+        const std::string failure =
+            text("Failed to get %d bits as %s.", static_cast<int>(bits), bits > 8 ? "string" : "Uint8");
+        EXPECT_EQ(test::recorded_log(), (Log{test::tail_trace(tail), {3, kName, failure}}));
         EXPECT_EQ(test::assertions(), Texts{});
     }
-    Splice at_end(payload, *record);
+    Splice at_end(payload, *record, 2048, 7);
     at_end.sps.vui.nal_hrd_parameters_present_offset = end;
     EXPECT_EQ(at_end.run(), -1);
-    EXPECT_EQ(test::recorded_log(), (Log{{3, kName, "Failed to get 0 bits as Uint8."}}));
+    EXPECT_EQ(test::recorded_log(), (Log{test::tail_trace(at_end), {3, kName, "Failed to get 0 bits as Uint8."}}));
 }
 
 // The last bits of the source, 1 to 8 of them and no tail before them.
@@ -248,14 +210,14 @@ TEST(VuiRewrite, ATailOfUpToOneByte) {
     const auto record = record_of(with_full_vui());
     const Bytes payload = with_full_vui().rbsp();
     for (int rest = 1; rest <= 17; ++rest) {
-        Splice splice(payload, *record);
+        Splice splice(payload, *record, 2048, 7);
         splice.sps.vui.nal_hrd_parameters_present_offset = static_cast<int>(8 * payload.size()) - rest;
         const Bits expected = test::rewritten(test::bits_of(payload), splice.sps);
         const bool has_stop_bit = payload.back() % (1U << std::min(rest, 8)) != 0;
         EXPECT_EQ(splice.run(), static_cast<int>(expected.size() / 8));
         EXPECT_EQ(splice.written(expected.size()), expected);
         EXPECT_EQ(test::assertions(), has_stop_bit ? Texts{} : Texts{"StopBitPos >= 0"});
-        EXPECT_EQ(test::recorded_log(), Log{});
+        EXPECT_EQ(test::recorded_log(), test::splice_traces(splice));
     }
 }
 
@@ -337,9 +299,8 @@ TEST(VuiRewrite, AMissingStopBitIsAssertedAndTheCallGoesOn) {
     EXPECT_EQ(splice.run(), static_cast<int>(expected.size() / 8));
     EXPECT_EQ(splice.written(expected.size()), expected);
     EXPECT_EQ(test::assertions(), Texts{"StopBitPos >= 0"});
-    const auto bits = static_cast<int>(expected.size());
-    EXPECT_EQ(test::count(text("Before Trailing bits, bitbuffer BitOffset:%d, StopBitPos:-1, LastByte:0.", bits - 8)),
-              1);
+    EXPECT_EQ(test::recorded_log(), test::splice_traces(splice));
+    EXPECT_NE(test::recorded_log()[2].text.find("StopBitPos:-1, LastByte:0."), std::string::npos);
 }
 
 TEST(VuiRewrite, AFlagThatIsNone) {

@@ -16,6 +16,10 @@ enum ExitStatus {
 
 // Each adds a subcommand to the program; when the command line names it, status receives the result of its run.
 void add_dump(CLI::App& program, int& status);
+void add_extract(CLI::App& program, int& status);
+void add_insert(CLI::App& program, int& status);
+void add_report(CLI::App& program, int& status);
+void add_rewrite(CLI::App& program, int& status);
 void add_summary(CLI::App& program, int& status);
 
 }  // namespace h264tool

@@ -10,7 +10,7 @@ namespace h264tool {
 
 using Json = nlohmann::ordered_json;
 
-void Dump::show_json(const NalUnit& unit, const Findings& findings) {
+std::string Dump::to_json(const NalUnit& unit, const Findings& findings) {
     Json json;
     json["unit"] = unit.number;
     json["offset"] = unit.offset;
@@ -35,7 +35,11 @@ void Dump::show_json(const NalUnit& unit, const Findings& findings) {
     if (findings.pps != nullptr) json["pps"] = pps_to_json(*findings.pps, *sets_.sps_of_last_pps());
     if (findings.slice != nullptr) json["slice"] = slice_to_json(*findings.slice, unit.type(), unit.ref_idc());
     if (findings.primary_pic_type) json["aud"]["primary_pic_type"] = *findings.primary_pic_type;
-    input_.output().write(json.dump() + '\n');
+    if (findings.sei) {
+        json["sei_messages"] = sei_messages_to_json(*findings.sei);
+        if (Json rest = sei_rest_to_json(*findings.sei); !rest.is_null()) json["sei_rest"] = std::move(rest);
+    }
+    return json.dump() + '\n';
 }
 
 void Dump::show_stray_bytes_as_json() {

@@ -16,8 +16,7 @@ constexpr std::array<const char*, 8> kPrimaryPicTypes{"I",      "I, P",  "I, P, 
 
 }  // namespace
 
-void Dump::show_text(const NalUnit& unit, const Findings& findings) {
-    write_header();
+std::string Dump::to_text(const NalUnit& unit, const Findings& findings) {
     std::string text = format("%6" PRIu64 " %11" PRIu64 " %9" PRIu64 " %10u ", unit.number, unit.offset, unit.length,
                               unit.start_code_length);
     if (unit.has_header())
@@ -29,7 +28,7 @@ void Dump::show_text(const NalUnit& unit, const Findings& findings) {
     for (const std::string& message : findings.messages) text += indented("error: " + message);
     if (level_ >= DBG_LEVEL_WARNING)
         for (const std::string& warning : findings.warnings) text += indented("warning: " + warning);
-    input_.output().write(text + displays(unit, findings));
+    return text + displays(unit, findings);
 }
 
 // The elements, as the library displays them.
@@ -48,6 +47,8 @@ std::string Dump::displays(const NalUnit& unit, const Findings& findings) {
     for (const DiagnosticsLine& line : diagnostics_.take()) text += indented(line.text);
     if (findings.pps != nullptr && findings.pps->stop_bit_is_element && level_ >= DBG_LEVEL_DETAIL)
         text += indented("note: transform_8x8_mode_flag is the stop bit of the unit");
+    if (findings.sei && level_ >= DBG_LEVEL_INFO)
+        for (const std::string& line : sei_text(*findings.sei, level_ >= DBG_LEVEL_DETAIL)) text += indented(line);
     return text;
 }
 
@@ -75,7 +76,7 @@ void Dump::show_stray_bytes_as_text() {
 }
 
 void Dump::write_header() {
-    if (header_written_) return;
+    if (json_ || header_written_) return;
     header_written_ = true;
     input_.output().write("  unit      offset    length start_code ref_idc  nal_unit_type\n");
 }

@@ -4,30 +4,10 @@
 #include <array>
 #include <cstdint>
 #include <optional>
-#include <string>
 
-#include "slice_unit.h"
+#include "slice_identity.h"
 
 namespace h264tool {
-
-// The elements of a slice header by which pictures are told apart.
-struct SliceIdentity {
-    SliceBeginning beginning;
-    bool idr = false;
-    unsigned nal_ref_idc = 0;
-    std::uint64_t colour_plane_id = 0;
-    std::uint64_t frame_num = 0;
-    bool field_pic_flag = false;
-    bool bottom_field_flag = false;
-    std::uint64_t idr_pic_id = 0;
-    std::uint64_t pic_order_cnt_lsb = 0;
-    std::int64_t delta_pic_order_cnt_bottom = 0;
-    std::array<std::int64_t, 2> delta_pic_order_cnt{};
-    std::uint64_t redundant_pic_cnt = 0;
-};
-
-// Reads them from a slice or data partition A. Returns why that is not possible, empty when it is.
-std::string identify_slice(const NalUnit& unit, const ParameterSets& sets, SliceIdentity& slice);
 
 // Distances in frames, in decoding order, between pictures of a kind.
 struct Distances {
@@ -70,11 +50,11 @@ public:
     const Distances& intra_distances() const { return intra_distances_; }
 
 private:
-    bool starts_picture(const SliceIdentity& slice) const;
+    void count_picture();
     bool is_second_field(const SliceIdentity& slice, const FrameCounts& frames) const;
 
+    PictureBoundaries boundaries_;
     std::optional<SliceIdentity> current_;  // the last slice of the picture that is not complete
-    bool has_first_mb_ = false;             // a slice of it began with macroblock 0
     PictureType type_ = kPictureI;
     bool starts_frame_ = true;
     std::optional<SliceIdentity> first_field_;  // of the last picture, when it is a field whose frame has no other

@@ -6,6 +6,8 @@
 #include <cinttypes>
 #include <cstdio>
 
+#include "notes.h"
+
 namespace h264tool {
 namespace {
 
@@ -16,10 +18,10 @@ constexpr std::uint64_t kMegabyte = 1000000;
 }  // namespace
 
 Progress::Progress(std::optional<std::uint64_t> total)
-    : total_(total), terminal_(isatty(STDERR_FILENO) != 0), next_(Clock::now() + kDelay) {}
+    : total_(total), visible_(isatty(STDERR_FILENO) != 0 && !is_quiet()), next_(Clock::now() + kDelay) {}
 
 void Progress::advance(std::uint64_t bytes) {
-    if (!terminal_) return;
+    if (!visible_) return;
     done_ += bytes;
     const Clock::time_point now = Clock::now();
     if (now < next_) return;

@@ -7,7 +7,8 @@
 
 namespace h264tool {
 
-// A line on standard error, shown when that is a terminal and the run has taken a second.
+// A line on standard error, shown when that is a terminal, the run has taken a second and
+// nobody asked for quiet.
 class Progress {
 public:
     // total is the size of the input in bytes, when known.
@@ -25,7 +26,7 @@ private:
     using Clock = std::chrono::steady_clock;
 
     std::optional<std::uint64_t> total_;
-    bool terminal_;
+    bool visible_;
     Clock::time_point next_;
     std::uint64_t done_ = 0;
     bool shown_ = false;

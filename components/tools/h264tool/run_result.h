@@ -10,6 +10,7 @@ namespace h264tool {
 
 class RunResult {
 public:
+    // The units in any order.
     void count(const NalUnit& unit, bool damaged);
 
     std::uint64_t damaged_units() const { return damaged_units_; }
@@ -18,7 +19,6 @@ public:
     int report(const std::string& name, std::uint64_t stray_bytes) const;
 
 private:
-    std::uint64_t units_ = 0;
     std::uint64_t damaged_units_ = 0;
     std::uint64_t first_damaged_number_ = 0;
     std::uint64_t first_damaged_offset_ = 0;

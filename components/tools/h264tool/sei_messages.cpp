@@ -2,15 +2,12 @@
 
 #include <algorithm>
 #include <array>
-#include <cstddef>
-#include <span>
 
+#include "h264.h"
 #include "payload_reader.h"
 
 namespace h264tool {
 namespace {
-
-constexpr std::uint64_t kRegisteredUserData = 4;
 
 // By payload type; a null is reserved.
 constexpr std::array<const char*, 206> kNames = [] {
@@ -99,6 +96,21 @@ std::string user_identifier(std::span<const unsigned char> payload) {
     return identifier == "GA94" || identifier == "DTG1" ? identifier : "other";
 }
 
+// Why the library does not find a message.
+std::string end_reason(const SeiUnit& sei, const SeiMessage& message, bool expected) {
+    const std::uint64_t type = message.kind.payload_type;
+    if (message.size >= 255) return "messages of 255 bytes and more are not found";
+    if (type > MAX_PAYLOAD_TYPE)
+        return "payload_type " + std::to_string(type) + " is above " + std::to_string(MAX_PAYLOAD_TYPE);
+    const std::span<const unsigned char> payload = sei.payload(message);
+    if (!payload.empty() && payload.front() == 0xFF)
+        return "the first byte of the payload, 255, is taken for a part of payload_size";
+    if (!sei.has_whole(message)) return "the message ends behind the bytes that are looked at";
+    if (!expected) return "two bytes and less are not taken for a message";
+    if (type == kUserDataRegistered) return "the kind of registered user data is unknown";
+    return "the message is not found where it is";
+}
+
 }  // namespace
 
 const char* sei_name(std::uint64_t payload_type) {
@@ -106,9 +118,16 @@ const char* sei_name(std::uint64_t payload_type) {
     return name != nullptr ? name : "reserved_sei_message";
 }
 
-bool list_sei_messages(const NalUnit& unit, std::vector<SeiKind>& kinds) {
-    const std::vector<unsigned char> bytes = payload_of(unit);
-    const bool whole = unit.bytes.size() == unit.length;
+std::span<const unsigned char> SeiUnit::payload(const SeiMessage& message) const {
+    const std::size_t available = bytes.size() - message.payload_index;
+    return {bytes.data() + message.payload_index, std::min<std::uint64_t>(message.size, available)};
+}
+
+SeiUnit read_sei_unit(const NalUnit& unit) {
+    SeiUnit sei;
+    sei.bytes = payload_of(unit);
+    sei.cut = unit.bytes.size() < unit.length;
+    const std::vector<unsigned char>& bytes = sei.bytes;
     std::size_t position = 0;
     // A number coded as bytes of 255 and one that is less; false when the data end before that.
     const auto read_number = [&](std::uint64_t& number) {
@@ -118,21 +137,68 @@ bool list_sei_messages(const NalUnit& unit, std::vector<SeiKind>& kinds) {
         }
         return false;
     };
-    kinds.clear();
     // A last byte of 0x80 is the trailing bits.
-    while (position < bytes.size() && !(position + 1 == bytes.size() && bytes[position] == 0x80)) {
-        SeiKind kind;
-        std::uint64_t size = 0;
-        if (!read_number(kind.payload_type) || !read_number(size)) return !whole;
-        const std::size_t available = bytes.size() - position;
-        if (size > available && whole) return false;
-        const std::size_t present = std::min<std::uint64_t>(size, available);
-        if (kind.payload_type == kRegisteredUserData)
-            kind.user_identifier = user_identifier({bytes.data() + position, present});
-        kinds.push_back(std::move(kind));
-        position += present;
+    while (position < bytes.size() && (sei.cut || !(position + 1 == bytes.size() && bytes[position] == 0x80))) {
+        SeiMessage message;
+        message.offset = position;
+        const bool has_header = read_number(message.kind.payload_type) && read_number(message.size);
+        if (!has_header || (message.size > bytes.size() - position && !sei.cut)) {
+            sei.damaged = !sei.cut;
+            break;
+        }
+        message.payload_index = position;
+        const std::span<const unsigned char> payload = sei.payload(message);
+        if (message.kind.payload_type == kUserDataRegistered) message.kind.user_identifier = user_identifier(payload);
+        position += payload.size();
+        sei.end = position;
+        sei.messages.push_back(std::move(message));
     }
-    return true;
+    return sei;
+}
+
+bool list_sei_messages(const NalUnit& unit, std::vector<SeiKind>& kinds) {
+    SeiUnit sei = read_sei_unit(unit);
+    kinds.clear();
+    for (SeiMessage& message : sei.messages) kinds.push_back(std::move(message.kind));
+    return !sei.damaged;
+}
+
+SeiWalk walk_sei_messages(const NalUnit& unit, const SeiUnit& sei) {
+    // The library wants seven bytes; zero bytes behind the unit do not matter.
+    constexpr std::size_t kLeastBytes = 7;
+    std::vector<unsigned char> bytes = unit.bytes;
+    bytes.resize(std::max(bytes.size(), kLeastBytes));
+    SeiWalk walk;
+    int payload_offset = 0;
+    int nal_type_offset = 0;
+    BOOL more = TRUE;
+    for (const SeiMessage& message : sei.messages) {
+        SEI_message_t header{};
+        int classification = SEI_SUID_NONE;
+        const bool expected = more != 0;
+        const bool found = expected && DetermineSEIType(bytes.data(), static_cast<int>(bytes.size()), &payload_offset,
+                                                        &nal_type_offset, &header, &classification, &more) != 0;
+        if (!found || header.payload_type != message.kind.payload_type || header.payload_size != message.size ||
+            header.payload_index != message.payload_index) {
+            walk.end_reason = end_reason(sei, message, expected);
+            return walk;
+        }
+        walk.classifications.push_back(classification);
+    }
+    return walk;
+}
+
+const char* classification_name(int classification) {
+    switch (classification) {
+        case SEI_SUID_CLOSED_CAPTION:
+            return "SEI_SUID_CLOSED_CAPTION";
+        case SEI_SUID_AFD:
+            return "SEI_SUID_AFD";
+        case SEI_SUID_PIC_TIMING:
+            return "SEI_SUID_PIC_TIMING";
+        default:
+            return "SEI_SUID_NONE";
+    }
 }
 
 }  // namespace h264tool

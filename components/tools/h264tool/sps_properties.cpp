@@ -28,23 +28,33 @@ bool has_chroma_format(const sps_t& sps) {
     }
 }
 
-std::optional<PictureSize> picture_size(const sps_t& sps) {
+PictureSize coded_size(const sps_t& sps) {
+    const std::uint64_t fields = sps.frame_mbs_only_flag != 0 ? 1 : 2;
+    return {(std::uint64_t{sps.pic_width_in_mbs_minus1} + 1) * 16,
+            (std::uint64_t{sps.pic_height_in_map_units_minus1} + 1) * 16 * fields};
+}
+
+std::optional<CropUnit> crop_unit(const sps_t& sps) {
     // chroma_format_idc is inferred to be 1 where it is not transmitted.
     const unsigned long chroma_array_type = has_chroma_format(sps) ? sps.ChromaArrayType : 1;
     if (chroma_array_type > 3) return std::nullopt;
     const std::uint64_t fields = sps.frame_mbs_only_flag != 0 ? 1 : 2;
-    const std::uint64_t crop_unit_x = chroma_array_type == 1 || chroma_array_type == 2 ? 2 : 1;
-    const std::uint64_t crop_unit_y = (chroma_array_type == 1 ? 2 : 1) * fields;
-    const std::uint64_t width = (std::uint64_t{sps.pic_width_in_mbs_minus1} + 1) * 16;
-    const std::uint64_t height = (std::uint64_t{sps.pic_height_in_map_units_minus1} + 1) * 16 * fields;
+    return CropUnit{chroma_array_type == 1 || chroma_array_type == 2 ? 2U : 1U,
+                    (chroma_array_type == 1 ? 2 : 1) * fields};
+}
+
+std::optional<PictureSize> picture_size(const sps_t& sps) {
+    const auto unit = crop_unit(sps);
+    if (!unit) return std::nullopt;
+    const PictureSize coded = coded_size(sps);
     std::uint64_t cropped_x = 0;
     std::uint64_t cropped_y = 0;
     if (sps.frame_cropping_flag != 0) {
-        cropped_x = (std::uint64_t{sps.frame_crop_left_offset} + sps.frame_crop_right_offset) * crop_unit_x;
-        cropped_y = (std::uint64_t{sps.frame_crop_top_offset} + sps.frame_crop_bottom_offset) * crop_unit_y;
+        cropped_x = (std::uint64_t{sps.frame_crop_left_offset} + sps.frame_crop_right_offset) * unit->x;
+        cropped_y = (std::uint64_t{sps.frame_crop_top_offset} + sps.frame_crop_bottom_offset) * unit->y;
     }
-    if (cropped_x >= width || cropped_y >= height) return std::nullopt;
-    return PictureSize{width - cropped_x, height - cropped_y};
+    if (cropped_x >= coded.width || cropped_y >= coded.height) return std::nullopt;
+    return PictureSize{coded.width - cropped_x, coded.height - cropped_y};
 }
 
 std::string profile_name(const sps_t& sps) {

@@ -17,6 +17,18 @@ struct PictureSize {
     std::uint64_t height;
 };
 
+// In luma samples before cropping.
+PictureSize coded_size(const sps_t& sps);
+
+// Luma samples that the cropping offsets count, ITU-T H.264 7.4.2.1.1.
+struct CropUnit {
+    std::uint64_t x;
+    std::uint64_t y;
+};
+
+// Nothing for an unknown chroma format.
+std::optional<CropUnit> crop_unit(const sps_t& sps);
+
 // In luma samples after cropping, ITU-T H.264 7.4.2.1.1; nothing for sizes that a stream cannot have.
 std::optional<PictureSize> picture_size(const sps_t& sps);
 

@@ -6,7 +6,9 @@ StreamInput::StreamInput(const std::string& path, const AnnexBReader::KeptBytes&
     : file_(path),
       progress_(file_.size()),
       output_(progress_),
-      reader_([this](unsigned char* area, std::size_t capacity) { return read(area, capacity); }, kept_bytes) {}
+      reader_([this](unsigned char* area, std::size_t capacity) { return read(area, capacity); }, kept_bytes) {
+    file_.expect_byte_stream();
+}
 
 void StreamInput::finish() {
     output_.flush();

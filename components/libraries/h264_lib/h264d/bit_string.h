@@ -25,5 +25,6 @@ private:
     unsigned int bits_ = 0;
 };
 
-// Moves to a position that a record tells. One that is negative or behind the data leaves nothing to read or write.
+// Moves to a position that a record tells. One behind the data leaves nothing to read or write. So does a negative one
+// in an area of up to 2^31 bits: it is taken modulo 2^32.
 inline void seek(bitbuffer_t& bits, std::int64_t position) { bits.bit_offset = static_cast<unsigned int>(position); }

@@ -2,6 +2,9 @@
 // appear in diagnostics.
 #pragma once
 
+#include <algorithm>
+#include <climits>
+
 #include "trace.h"
 
 // The name under which this module's messages are reported.
@@ -12,6 +15,9 @@ BOOL _GetNALTypeOffset(const unsigned char* buffer, int buffer_len, int* pnOffse
 
 // floor(log2(v)); 0 for 0.
 unsigned int _FindNumberOfBitsToHoldInteger(unsigned int v);
+
+// The bits of so many bytes, but not more than a bit buffer can be told of: 2^28 bytes hold every message and header.
+inline int bits_in(int bytes) { return std::min(bytes, INT_MAX / NUM_BITS_IN_BYTE) * NUM_BITS_IN_BYTE; }
 
 // Bytes of the work area into which a parameter set unit is de-encapsulated; the unit behind its start code must fit.
 constexpr unsigned int kParameterSetWorkBytes = 256;

@@ -65,10 +65,10 @@ BOOL parse_sei_buffering_period_nal(const unsigned char* buffer, int buffer_len,
     DO_ASSERT(buffer_len >= 4);
     DO_ASSERT(pVui != NULL);
     DO_ASSERT(pSei_bp != NULL);
-    if (buffer_len < 1) return FALSE;
-    const auto capacity = static_cast<unsigned int>(buffer_len);
-    const h264::HeapArea sodb = h264::allocate_area(capacity);
-    if (sodb == nullptr) return FALSE;
+    const auto capacity = static_cast<unsigned int>(std::max(buffer_len, 0));
+    // Without a byte in it there is no start code, and nothing to allocate.
+    const h264::HeapArea sodb = capacity > 0 ? h264::allocate_area(capacity) : nullptr;
+    if (capacity > 0 && sodb == nullptr) return FALSE;
     int offset = 0;
     if (!_GetNALTypeOffset(buffer, buffer_len, &offset)) {
         LOG(3, "Failed to parse SEI buffering period! buffer:%p.", static_cast<const void*>(buffer));
@@ -82,7 +82,7 @@ BOOL parse_sei_buffering_period_nal(const unsigned char* buffer, int buffer_len,
         return FALSE;
     }
     bitbuffer_t bits;
-    __DoInitBitBuffer(&bits, sodb.get(), sodb_len * NUM_BITS_IN_BYTE, __func__, kModuleFile, __LINE__);
+    __DoInitBitBuffer(&bits, sodb.get(), bits_in(sodb_len), __func__, kModuleFile, __LINE__);
     LOG(7, "Deencapsulation was successful. NAL unit length:%d, SODB length:%d bytes.", buffer_len, sodb_len);
     if (_parse_bp(&bits, pVui, pSei_bp)) return TRUE;
     LOG(7, "Failed to parse SEI buffering period! bp_bb:%p, num_bits:%d, bit_offset:%d, pSei_bp:%p.",

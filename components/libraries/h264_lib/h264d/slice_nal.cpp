@@ -40,7 +40,7 @@ public:
         allocate(static_cast<unsigned int>(std::min<std::uint64_t>(std::uint64_t{capacity_} * kGrowth, limit_)));
         const int length = deencapsulate();
         bits.bit_buffer = area_.get();
-        bits.num_bits = static_cast<unsigned int>(length) * NUM_BITS_IN_BYTE;
+        bits.num_bits = static_cast<unsigned int>(bits_in(length));
         return true;
     }
 
@@ -96,7 +96,7 @@ int parse_slice_header_nal(const unsigned char* buffer, int buffer_len, const sp
         return 0;
     }
     bitbuffer_t bits;
-    __DoInitBitBuffer(&bits, payload.area(), sodb_len * NUM_BITS_IN_BYTE, __func__, kModuleFile, __LINE__);
+    __DoInitBitBuffer(&bits, payload.area(), bits_in(sodb_len), __func__, kModuleFile, __LINE__);
     LOG(7, "SODB deencapsulation was successful NAL unit length:%d, SODB length:%d.", buffer_len, sodb_len);
     if (_parse_slice_header(&bits, sps, pps, NALType, nal_ref_idc, pSh, &payload) != 0) {
         LOG(3, "Failed to parse slice header NAL!");
@@ -131,7 +131,7 @@ int parse_slice_type_only_nal(const unsigned char* buffer, int buffer_len, const
         return 0;
     }
     bitbuffer_t bits;
-    __DoInitBitBuffer(&bits, payload.area(), sodb_len * NUM_BITS_IN_BYTE, __func__, kModuleFile, __LINE__);
+    __DoInitBitBuffer(&bits, payload.area(), bits_in(sodb_len), __func__, kModuleFile, __LINE__);
     LOG(7, "SODB deencapsulation was successful NAL unit length:%d, SODB length:%d.", buffer_len, sodb_len);
     if (_parse_slice_type(&bits, sps, pSh, &payload) != 0) {
         LOG(3, "Failed to parse slice header NAL!");

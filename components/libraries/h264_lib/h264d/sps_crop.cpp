@@ -36,13 +36,13 @@ int set_sps_crop(bitbuffer_t* sps_bb, int SpsLen, sps_t* sps) {
         static_cast<int>(sps_bb->bit_offset), h264::low32s(num_bits),
         sps_bb->bit_offset % NUM_BITS_IN_BYTE == 0 ? "TRUE" : "FALSE");
     BitString tail;
-    if (flag < 0 || !tail.read(*sps_bb, num_bits)) {
+    if ((!replaces && flag < 0) || !tail.read(*sps_bb, num_bits)) {
         LOG(3, "Failed to get %d bits as string.", h264::low32s(num_bits));
         return -1;
     }
 
     seek(*sps_bb, flag + 1);
-    if (!clear_bits(*sps_bb, end - (flag + 1))) {
+    if (flag < 0 || !clear_bits(*sps_bb, end - (flag + 1))) {
         LOG(3, "Failed to set %d bits as string.", h264::low32s(end - (flag + 1)));
         return -1;
     }
@@ -56,7 +56,7 @@ int set_sps_crop(bitbuffer_t* sps_bb, int SpsLen, sps_t* sps) {
         sps->frame_cropping_flag, h264::low32s(sps->frame_crop_left_offset), h264::low32s(sps->frame_crop_right_offset),
         h264::low32s(sps->frame_crop_top_offset), h264::low32s(sps->frame_crop_bottom_offset),
         static_cast<int>(sps_bb->bit_offset));
-    // An offset that does not fit is reported and left out; this is meant.
+    // An offset that does not fit is reported, and its zeros and the one behind them stay when they did; this is meant.
     if (SetUint32Golomb(sps_bb, sps->frame_crop_left_offset) != 0) LOG(3, "Failed to set crop left as golomb.");
     if (SetUint32Golomb(sps_bb, sps->frame_crop_right_offset) != 0) LOG(3, "Failed to set crop right as golomb.");
     if (SetUint32Golomb(sps_bb, sps->frame_crop_top_offset) != 0) LOG(3, "Failed to set crop top as golomb.");

@@ -1,0 +1,45 @@
+// A file that is there whole or not at all.
+#pragma once
+
+#include <cstddef>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace h264tool {
+
+class OutputFile {
+public:
+    // Writes to a temporary file in the directory of path. "-" is standard output, which has no such guarantee, and
+    // neither has what is there already and no regular file, such as a named pipe or a device.
+    // Throws std::system_error, as all of this does.
+    explicit OutputFile(const std::string& path);
+    // Removes the temporary file unless commit() was called; so do signals that end the program.
+    ~OutputFile();
+    OutputFile(const OutputFile&) = delete;
+    OutputFile& operator=(const OutputFile&) = delete;
+
+    // Name for messages.
+    const std::string& name() const { return name_; }
+
+    void write(std::span<const unsigned char> bytes);
+    // Everything is written: the file takes its name, replacing one that has it. A file that is replaced passes its
+    // permissions on.
+    void commit();
+
+private:
+    void open_in_place();
+    void create_temporary(unsigned permissions);
+    void remove_temporary();
+    void flush();
+    [[noreturn]] void fail(const char* what) const;
+
+    std::string name_;
+    std::string path_;            // the file to be replaced, symbolic links resolved
+    std::string temporary_path_;  // empty: nothing to rename or remove
+    int descriptor_ = -1;
+    std::size_t slot_ = 0;  // where signal handlers find the temporary file
+    std::vector<unsigned char> buffer_;
+};
+
+}  // namespace h264tool

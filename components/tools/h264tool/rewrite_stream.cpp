@@ -1,0 +1,222 @@
+#include "rewrite_stream.h"
+
+#include <algorithm>
+#include <cinttypes>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+
+#include "insert_messages.h"
+#include "insert_options.h"
+#include "nal_types.h"
+#include "rewrite_sps.h"
+#include "rewrite_unit.h"
+#include "sei_messages.h"
+#include "stream_input.h"
+#include "text.h"
+
+namespace h264tool {
+namespace {
+
+constexpr std::size_t kSliceBytes = 4096;  // enough for the longest header that a level allows
+
+[[noreturn]] void refuse(const NalUnit& unit, const std::string& reason) {
+    throw std::runtime_error(format("unit %" PRIu64 " at offset %" PRIu64 ": ", unit.number, unit.offset) + reason);
+}
+
+// Names the unit in front of what an action throws.
+template <class Action>
+void about(const NalUnit& unit, const Action& action) {
+    try {
+        action();
+    } catch (const std::runtime_error& error) {
+        refuse(unit, error.what());
+    } catch (const std::invalid_argument& error) {
+        refuse(unit, error.what());
+    }
+}
+
+}  // namespace
+
+AnnexBReader::KeptBytes RewriteStream::kept_bytes() {
+    AnnexBReader::KeptBytes kept{};
+    for (const std::size_t type : {kSlice, kPartitionA, kIdrSlice}) kept[type] = kSliceBytes;
+    for (const std::size_t type : {kSei, kSps, kPps, kSubsetSps}) kept[type] = kUnitBeginning;
+    return kept;
+}
+
+void RewriteStream::add(const NalUnit& unit) { result_.count(unit, !unit.has_header() || !examine(unit)); }
+
+// False when the unit is damaged.
+bool RewriteStream::examine(const NalUnit& unit) {
+    switch (unit.type()) {
+        case kSlice:
+        case kPartitionA:
+        case kIdrSlice:
+            return add_slice(unit);
+        case kSei:
+            return add_sei(unit);
+        case kSps:
+            return add_sps(unit);
+        case kPps:
+            return sets_.read_pps(unit).empty();
+        case kSubsetSps:
+            sets_.read_subset_sps(unit);
+            return true;
+        case kDelimiter:
+        case kEndOfSequence:
+        case kEndOfStream:
+            boundaries_.end_picture();
+            return true;
+        default:
+            return true;
+    }
+}
+
+bool RewriteStream::add_sps(const NalUnit& unit) {
+    const std::string failure = sets_.read_sps(unit);
+    if (!options_.changes_sps()) return failure.empty();
+    if (!failure.empty()) refuse(unit, failure);
+    has_sps_ = true;
+    about(unit, [&] {
+        RewrittenSps rewritten = rewrite_sps(unit, options_);
+        changed_sps_.at(rewritten.sps.seq_parameter_set_id) = std::make_unique<sps_t>(rewritten.sps);
+        if (!rewritten.unit.empty())
+            pending_.push_back({{unit.offset, unit.length, std::move(rewritten.unit)}, std::nullopt});
+    });
+    return true;
+}
+
+bool RewriteStream::add_sei(const NalUnit& unit) {
+    SeiUnit sei = read_sei_unit(unit);
+    if (!options_.changes_sei()) return !sei.damaged;
+    if (sei.cut)
+        refuse(unit, "the SEI unit is too long to be looked through: " + count_of(unit.length, "byte") + ", " +
+                         std::to_string(kUnitBeginning) + " are kept");
+    const auto is = [](std::uint64_t type) {
+        return [type](const SeiMessage& message) { return message.kind.payload_type == type; };
+    };
+    const bool timing = std::any_of(sei.messages.begin(), sei.messages.end(), is(kPicTiming));
+    if (timing && (options_.timecode || options_.pic_struct)) {
+        has_timing_ = true;
+        if (sei.damaged) refuse(unit, "a message runs past the unit's end");
+        if (waiting() != nullptr)
+            refuse(unit, "it is the second picture timing message since the last picture that can be read");
+        pending_.push_back({{unit.offset, unit.length, {}}, unit});
+        return true;
+    }
+    if (options_.initial_cpb_delays.empty()) return !sei.damaged;
+    std::vector<unsigned char> payload = sei.bytes;
+    for (const SeiMessage& message : sei.messages) {
+        if (message.kind.payload_type != kBufferingPeriod) continue;
+        has_buffering_period_ = true;
+        about(unit, [&] {
+            PayloadReader in(std::vector<unsigned char>(sei.payload(message).begin(), sei.payload(message).end()));
+            const std::uint64_t id = in.ue();
+            const Sps* const sps = in.ok() && id <= ParameterSets::kMaxSpsId ? sets_.sps(id) : nullptr;
+            rewrite_buffering_period(sei, message, sps != nullptr ? &sps->sps : nullptr, options_);
+        });
+    }
+    if (sei.bytes != payload)
+        about(unit, [&] {
+            pending_.push_back({{unit.offset, unit.length, with_payload(unit, sei.bytes)}, std::nullopt});
+        });
+    return !sei.damaged;
+}
+
+bool RewriteStream::add_slice(const NalUnit& unit) {
+    SliceIdentity slice;
+    const std::string failure = identify_slice(unit, sets_, slice);
+    if (!failure.empty()) {
+        if (const Pending* timing = waiting(); timing != nullptr)
+            refuse(*timing->timing, "the slice behind the picture timing message, " +
+                                        format("unit %" PRIu64, unit.number) + ", cannot be read: " + failure);
+        return false;
+    }
+    if (slice.redundant_pic_cnt > 0) return true;
+    if (boundaries_.starts_picture(slice))
+        begin_picture(unit, slice);
+    else if (const Pending* timing = waiting(); timing != nullptr)
+        refuse(*timing->timing, "the picture timing message stands between the slices of a picture");
+    return true;
+}
+
+void RewriteStream::begin_picture(const NalUnit& unit, const SliceIdentity& slice) {
+    const sps_t& sps = slice.beginning.sps->sps;
+    Pending* const timing = waiting();
+    if (options_.pic_struct && sps.vui.pic_struct_present_flag == 0 && timing == nullptr)
+        refuse(unit,
+               "the picture has no picture timing message, which every picture has where pic_struct_present_flag "
+               "is 1: h264tool insert --timecode writes both");
+    if (options_.timecode) {
+        const sps_t* const changed = changed_sps_.at(sps.seq_parameter_set_id).get();
+        check_rate(unit, changed != nullptr ? *changed : sps);
+        if (places_ == nullptr) {
+            Slice header;
+            if (!parse_slice(unit, sets_, header).empty()) header = Slice{};
+            order_.add(header, slice);
+        }
+    }
+    if (timing != nullptr) rewrite_timing(*timing, slice);
+    ++pictures_;
+}
+
+void RewriteStream::check_rate(const NalUnit& unit, const sps_t& sps) {
+    const auto rate = frame_rate(sps);
+    if (!rate)
+        refuse(unit, "sequence parameter set " + std::to_string(sps.seq_parameter_set_id) +
+                         " has no frame rate by which timecodes are counted: give it with --timing");
+    if (rate_ && rate_->numerator == rate->numerator && rate_->denominator == rate->denominator) return;
+    if (rate_) refuse(unit, "the frame rate changes here, so that timecodes cannot be counted: give one with --timing");
+    about(unit, [&] { timecode_rate_ = timecode_rate(*rate, *options_.timecode); });
+    first_number_ = frame_number(options_.timecode->timecode, timecode_rate_);
+    rate_ = rate;
+}
+
+void RewriteStream::rewrite_timing(Pending& pending, const SliceIdentity& slice) {
+    const sps_t& before = slice.beginning.sps->sps;
+    const sps_t* const changed = changed_sps_.at(before.seq_parameter_set_id).get();
+    const sps_t& after = changed != nullptr ? *changed : before;
+    TimingChange change;
+    if (options_.pic_struct && before.vui.pic_struct_present_flag == 0)
+        change.pic_struct = static_cast<unsigned char>(picture_structure(slice));
+    if (options_.timecode) {
+        const std::uint64_t frame = places_ != nullptr ? places_->place(pictures_).frame : 0;
+        const Timecode timecode = timecode_at(first_number_ + frame, timecode_rate_);
+        change.timecode = {timecode, timecode_rate_, frame > 0 && timecode == Timecode()};
+    }
+    const NalUnit unit = *std::exchange(pending.timing, std::nullopt);
+    if (!change.pic_struct && !change.timecode) return;
+    about(unit, [&] { pending.change.unit = rewrite_pic_timing(unit, read_sei_unit(unit), before, after, change); });
+}
+
+// The picture timing message whose picture has not begun; null when there is none.
+RewriteStream::Pending* RewriteStream::waiting() {
+    const auto found = std::find_if(pending_.begin(), pending_.end(),
+                                    [](const Pending& pending) { return pending.timing.has_value(); });
+    return found != pending_.end() ? &*found : nullptr;
+}
+
+bool RewriteStream::take(Change& change) {
+    while (!pending_.empty() && !pending_.front().timing) {
+        change = std::move(pending_.front().change);
+        pending_.pop_front();
+        if (!change.unit.empty()) return true;
+    }
+    return false;
+}
+
+void RewriteStream::finish() {
+    if (const Pending* timing = waiting(); timing != nullptr)
+        refuse(*timing->timing, "there is no picture behind the picture timing message");
+    if (options_.changes_sps() && !has_sps_) throw std::runtime_error("there is no sequence parameter set to change");
+    if (options_.timecode && !has_timing_)
+        throw std::runtime_error(
+            "there is no picture timing message to renumber: h264tool insert --timecode writes "
+            "them");
+    if (!options_.initial_cpb_delays.empty() && !has_buffering_period_)
+        throw std::runtime_error("there is no buffering period message to change");
+    order_.finish();
+}
+
+}  // namespace h264tool
