@@ -114,7 +114,7 @@ void move(benchmark::State& state, Mover mover, const Bytes& in) {
         if (mover(in, out.data()) == 0) state.SkipWithError("nothing written");
         benchmark::ClobberMemory();
     }
-    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * in.size()));
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(in.size()));
 }
 
 [[maybe_unused]] const bool registered = [] {
