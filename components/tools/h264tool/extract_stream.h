@@ -7,10 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "parameter_sets.h"
-#include "picture_order.h"
-#include "run_result.h"
-#include "sei_records.h"
+#include "picture_messages.h"
 #include "sps_properties.h"
 
 namespace h264tool {
@@ -60,19 +57,10 @@ struct ExtractSelection {
     bool times = false;
 };
 
-class StreamExtract {
+class StreamExtract : public PictureMessages {
 public:
-    // How much of a unit add() wants to see.
-    static AnnexBReader::KeptBytes kept_bytes();
-
     explicit StreamExtract(const ExtractSelection& selection) : selection_(selection) {}
 
-    // Takes the next unit of the stream.
-    void add(const NalUnit& unit);
-    // The stream has ended.
-    void finish();
-
-    const PictureOrder& order() const { return order_; }
     // The type of a picture's first slice.
     SliceKind slice_kind_of(std::uint32_t picture) const { return slice_kinds_.at(picture); }
     const std::vector<ClockTimestamp>& timestamps() const { return timestamps_; }
@@ -81,29 +69,13 @@ public:
     const std::vector<PictureTime>& times() const { return times_; }
     const std::vector<RateChange>& rates() const { return rates_; }
 
-    const RunResult& result() const { return result_; }
-    // What is wrong with the first units that are damaged: "unit 3 at offset 54: ..."
-    const std::vector<std::string>& complaints() const { return complaints_; }
-
 private:
-    std::string examine(const NalUnit& unit);
-    std::string add_slice(const NalUnit& unit);
-    void begin_picture(const NalUnit& unit, const SliceIdentity& identity);
-    std::string read_messages(const NalUnit& unit, const sps_t& sps);
-    bool is_wanted(const SeiMessage& message) const;
-    void store(const SeiUnit& unit, const SeiMessage& message, const SeiRecord& record);
+    void begin_picture(const NalUnit& unit, const SliceIdentity& identity) override;
+    bool is_wanted(const SeiMessage& message) const override;
+    void store(const SeiUnit& unit, const SeiMessage& message, const SeiRecord& record, const sps_t& sps) override;
     void store_timestamps(const sei_pic_timing_t& timing);
-    void count(const NalUnit& unit, const std::string& damage);
 
     const ExtractSelection selection_;
-    ParameterSets sets_{0};
-    RunResult result_;
-    std::vector<std::string> complaints_;
-    PictureBoundaries boundaries_;
-    PictureOrder order_;
-    std::vector<NalUnit> pending_;  // SEI units of the picture that comes next
-    std::size_t pending_bytes_ = 0;
-
     ClockTimestamp clock_;  // the last values of its parts
     std::vector<SliceKind> slice_kinds_;
     std::vector<ClockTimestamp> timestamps_;

@@ -7,16 +7,12 @@
 #include "nal_types.h"
 #include "pps_json.h"
 #include "sps_json.h"
-#include "stream_input.h"
 #include "summary_output.h"
 #include "text.h"
 
 namespace h264tool {
 namespace {
 
-constexpr std::size_t kSliceBytes = 4096;  // enough for the longest header that a level allows
-constexpr std::size_t kMaxPendingBytes = std::size_t{1024} * 1024;
-constexpr std::size_t kMaxComplaints = 10;
 constexpr unsigned kFillerData = 12;
 
 bool is_vcl(unsigned type) { return type >= 1 && type <= 5; }
@@ -48,38 +44,14 @@ std::optional<CpbSchedule> schedule(const sps_t& sps, bool nal, unsigned index) 
 
 }  // namespace
 
-AnnexBReader::KeptBytes ReportStream::kept_bytes() {
-    AnnexBReader::KeptBytes kept{};
-    for (const std::size_t type : {kSlice, kPartitionA, kIdrSlice}) kept[type] = kSliceBytes;
-    for (const std::size_t type : {kSei, kSps, kPps, kSubsetSps}) kept[type] = kUnitBeginning;
-    return kept;
-}
-
 void ReportStream::add(const NalUnit& unit) {
-    if (!unit.has_header()) {
-        count(unit, "no NAL unit header behind the start code");
-    } else if (unit.type() != kSei) {
-        count(unit, examine(unit));
-    } else if (pending_bytes_ + unit.bytes.size() > kMaxPendingBytes) {
-        count(unit, "too many SEI units without a picture");
-    } else {
-        pending_bytes_ += unit.bytes.size();
-        pending_.push_back(unit);
-    }
+    PictureMessages::add(unit);
     account(unit);
 }
 
 void ReportStream::finish() {
-    for (const NalUnit& unit : std::exchange(pending_, {})) count(unit, "no picture follows");
+    PictureMessages::finish();
     if (!pictures_.empty()) pictures_.back().bytes += bytes_before_picture_;
-    order_.finish();
-}
-
-void ReportStream::count(const NalUnit& unit, const std::string& damage) {
-    result_.count(unit, !damage.empty());
-    if (damage.empty() || complaints_.size() >= kMaxComplaints) return;
-    complaints_.push_back("unit " + std::to_string(unit.number) + " at offset " + std::to_string(unit.offset) + ": " +
-                          damage);
 }
 
 // Adds the unit's bytes to its picture.
@@ -91,44 +63,19 @@ void ReportStream::account(const NalUnit& unit) {
         pictures_.back().vcl_bytes += unit.length - unit.start_code_length;
 }
 
-// Returns why the unit cannot be parsed, empty when it can.
-std::string ReportStream::examine(const NalUnit& unit) {
-    std::string damage;
-    switch (unit.type()) {
-        case kSlice:
-        case kPartitionA:
-        case kIdrSlice:
-            return add_slice(unit);
-        case kSps: {
-            damage = sets_.read_sps(unit);
-            if (!damage.empty()) return damage;
-            const std::uint64_t id = sets_.last_sps().seq_parameter_set_id;
-            add_set(unit, "SPS", id, sets_.sps(id)->bytes, sps_to_json(sets_.last_sps()));
-            return {};
-        }
-        case kPps: {
-            damage = sets_.read_pps(unit);
-            if (!damage.empty() || sets_.sps_of_last_pps() == nullptr) return damage;
-            const Pps& pps = sets_.last_pps();
-            add_set(unit, "PPS", pps.pps.picture_parameter_set_id, pps.bytes,
-                    pps_to_json(pps, *sets_.sps_of_last_pps()));
-            return {};
-        }
-        case kSubsetSps:
-            sets_.read_subset_sps(unit);
-            return {};
-        case kDelimiter:
-        case kEndOfSequence:
-        case kEndOfStream:
-            boundaries_.end_picture();
-            return {};
-        default:
-            return {};
+void ReportStream::add_set(const NalUnit& unit) {
+    if (unit.type() == kSps) {
+        const std::uint64_t id = parameter_sets().last_sps().seq_parameter_set_id;
+        keep_set(unit, "SPS", id, parameter_sets().sps(id)->bytes, sps_to_json(parameter_sets().last_sps()));
+    } else if (parameter_sets().sps_of_last_pps() != nullptr) {
+        const Pps& pps = parameter_sets().last_pps();
+        keep_set(unit, "PPS", pps.pps.picture_parameter_set_id, pps.bytes,
+                 pps_to_json(pps, *parameter_sets().sps_of_last_pps()));
     }
 }
 
-void ReportStream::add_set(const NalUnit& unit, const char* kind, std::uint64_t id,
-                           const std::vector<unsigned char>& bytes, nlohmann::ordered_json elements) {
+void ReportStream::keep_set(const NalUnit& unit, const char* kind, std::uint64_t id,
+                            const std::vector<unsigned char>& bytes, nlohmann::ordered_json elements) {
     const auto [last, is_new] = last_sets_.try_emplace({kind, id});
     auto& [last_bytes, place] = last->second;
     if (!is_new && last_bytes == bytes) {
@@ -146,17 +93,8 @@ void ReportStream::add_set(const NalUnit& unit, const char* kind, std::uint64_t 
         {kind, id, unit.number, unit.offset, static_cast<std::uint32_t>(pictures_.size()), 1, std::move(elements)});
 }
 
-std::string ReportStream::add_slice(const NalUnit& unit) {
-    SliceIdentity identity;
-    std::string damage = identify_slice(unit, sets_, identity);
-    if (!damage.empty()) {
-        // They belong to a picture that is not known.
-        for (const NalUnit& pending : std::exchange(pending_, {})) count(pending, "its picture cannot be read");
-        pending_bytes_ = 0;
-        return damage;
-    }
-    if (boundaries_.starts_picture(identity)) begin_picture(unit, identity);
-    if (identity.redundant_pic_cnt > 0 || pictures_.empty()) return {};
+void ReportStream::add_slice(const SliceIdentity& identity) {
+    if (identity.redundant_pic_cnt > 0) return;
     // A picture is B when it has a B slice, and else P when it has a P slice.
     PictureType& type = pictures_.back().type;
     const SliceKind kind = slice_kind(identity.beginning.slice_type);
@@ -164,14 +102,9 @@ std::string ReportStream::add_slice(const NalUnit& unit) {
         type = kPictureB;
     else if (type == kPictureI && (kind == kSliceP || kind == kSliceSP))
         type = kPictureP;
-    return {};
 }
 
 void ReportStream::begin_picture(const NalUnit& unit, const SliceIdentity& identity) {
-    const sps_t& sps = identity.beginning.sps->sps;
-    Slice slice;
-    if (!parse_slice(unit, sets_, slice).empty()) slice = Slice();
-    order_.add(slice, identity);
     select_sequence(*identity.beginning.sps);
     ReportPicture& picture = pictures_.emplace_back();
     picture.unit = unit.number;
@@ -180,8 +113,6 @@ void ReportStream::begin_picture(const NalUnit& unit, const SliceIdentity& ident
     if (identity.field_pic_flag) picture.structure = identity.bottom_field_flag ? 2 : 1;
     picture.fields = identity.field_pic_flag ? 1 : 2;
     picture.sequence = static_cast<std::uint32_t>(sequences_.size() - 1);
-    for (const NalUnit& pending : std::exchange(pending_, {})) count(pending, read_messages(pending, sps));
-    pending_bytes_ = 0;
 }
 
 void ReportStream::select_sequence(const Sps& sps) {
@@ -197,23 +128,7 @@ void ReportStream::select_sequence(const Sps& sps) {
     sequence.low_delay = sps.sps.vui_parameters_present_flag != 0 && sps.sps.vui.low_delay_hrd_flag != 0;
 }
 
-std::string ReportStream::read_messages(const NalUnit& unit, const sps_t& sps) {
-    const SeiUnit sei = read_sei_unit(unit);
-    std::string damage;
-    if (sei.cut)
-        damage = "too long: " + count_of(unit.length, "byte") + ", " + std::to_string(kUnitBeginning) + " are read";
-    if (sei.damaged) damage = "SEI message at " + std::to_string(sei.end) + " runs past the end of the unit";
-    for (const SeiMessage& message : sei.messages) {
-        if (!sei.has_whole(message)) continue;
-        SeiRecord record;
-        const std::string failure = read_sei_record(sei, message, &sps, record);
-        if (damage.empty()) damage = failure;
-        if (failure.empty()) store(record, sps);
-    }
-    return damage;
-}
-
-void ReportStream::store(const SeiRecord& record, const sps_t& sps) {
+void ReportStream::store(const SeiUnit&, const SeiMessage&, const SeiRecord& record, const sps_t& sps) {
     ReportPicture& picture = pictures_.back();
     if (const auto* const captions = std::get_if<SEI_cc_t>(&record)) {
         store_captions(*captions);

@@ -11,12 +11,9 @@
 #include <vector>
 
 #include "cpb_model.h"
-#include "parameter_sets.h"
 #include "picture_counter.h"
-#include "picture_order.h"
+#include "picture_messages.h"
 #include "report_timecodes.h"
-#include "run_result.h"
-#include "sei_records.h"
 #include "sps_properties.h"
 
 namespace h264tool {
@@ -65,12 +62,9 @@ struct SetVersion {
     nlohmann::ordered_json elements;
 };
 
-class ReportStream {
+class ReportStream : public PictureMessages {
 public:
     static constexpr std::size_t kMaxSetVersions = 200;
-
-    // How much of a unit add() wants to see.
-    static AnnexBReader::KeptBytes kept_bytes();
 
     // schedule: SchedSelIdx
     explicit ReportStream(unsigned schedule) : schedule_(schedule) {}
@@ -82,35 +76,22 @@ public:
 
     const std::vector<ReportPicture>& pictures() const { return pictures_; }
     const std::vector<ReportSequence>& sequences() const { return sequences_; }
-    const PictureOrder& order() const { return order_; }
     const std::vector<SetVersion>& sets() const { return sets_seen_; }
     std::uint64_t sets_left_out() const { return sets_left_out_; }
-    const RunResult& result() const { return result_; }
-    // What is wrong with the first units that are damaged: "unit 3 at offset 54: ..."
-    const std::vector<std::string>& complaints() const { return complaints_; }
 
 private:
-    std::string examine(const NalUnit& unit);
-    std::string add_slice(const NalUnit& unit);
-    void add_set(const NalUnit& unit, const char* kind, std::uint64_t id, const std::vector<unsigned char>& bytes,
-                 nlohmann::ordered_json elements);
-    void begin_picture(const NalUnit& unit, const SliceIdentity& identity);
+    void add_set(const NalUnit& unit) override;
+    void add_slice(const SliceIdentity& identity) override;
+    void keep_set(const NalUnit& unit, const char* kind, std::uint64_t id, const std::vector<unsigned char>& bytes,
+                  nlohmann::ordered_json elements);
+    void begin_picture(const NalUnit& unit, const SliceIdentity& identity) override;
     void select_sequence(const Sps& sps);
-    std::string read_messages(const NalUnit& unit, const sps_t& sps);
-    void store(const SeiRecord& record, const sps_t& sps);
+    void store(const SeiUnit& unit, const SeiMessage& message, const SeiRecord& record, const sps_t& sps) override;
     void store_timing(const sei_pic_timing_t& timing, const sps_t& sps);
     void store_captions(const SEI_cc_t& captions);
-    void count(const NalUnit& unit, const std::string& damage);
     void account(const NalUnit& unit);
 
     const unsigned schedule_;
-    ParameterSets sets_{0};
-    RunResult result_;
-    std::vector<std::string> complaints_;
-    PictureBoundaries boundaries_;
-    PictureOrder order_;
-    std::vector<NalUnit> pending_;  // SEI units of the picture that comes next
-    std::size_t pending_bytes_ = 0;
     std::uint64_t bytes_before_picture_ = 0;  // of units that belong to the picture that comes next
     std::vector<ReportPicture> pictures_;
     std::vector<ReportSequence> sequences_;
