@@ -7,6 +7,7 @@ Usage: rewrite_test.py H264TOOL WORK_DIRECTORY
 Exit status: 0 all is as it should be, 1 differences, 77 ffmpeg or its libx264 encoder is missing.
 """
 
+import json
 import os
 import sys
 from concurrent.futures import ThreadPoolExecutor
@@ -19,17 +20,21 @@ FRAMES = 8
 SIZE = (64, 64)
 HRD = "nal-hrd=vbr:bitrate=200:vbv-maxrate=300:vbv-bufsize=150:bframes=2:b-adapt=0:keyint=5:threads=1"
 
-# Name: pixel format, encoder options.
+CBR = ":nal-hrd=cbr:vbv-maxrate=200:vbv-bufsize=100"
+
+# Name: profile_idc, pixel format, more of the encoder's parameters, size.
 PROFILES = {
-    "baseline": ("yuv420p", ("-profile:v", "baseline")),
-    "main": ("yuv420p", ("-profile:v", "main")),
-    "high": ("yuv420p", ("-profile:v", "high")),
-    "high10": ("yuv420p10le", ()),
-    "high422": ("yuv422p10le", ()),
-    "high444": ("yuv444p", ()),
+    "baseline": (66, "yuv420p", ":bframes=0:cabac=0:8x8dct=0:weightp=0", SIZE),
+    "main": (77, "yuv420p", ":8x8dct=0", SIZE),
+    "high": (100, "yuv420p", "", SIZE),
+    "high10": (110, "yuv420p10le", "", SIZE),
+    "high422": (122, "yuv422p10le", "", SIZE),
+    "high444": (244, "yuv444p", "", SIZE),
+    "cropped": (100, "yuv420p", "", (66, 50)),
+    "cbr": (100, "yuv420p", CBR, SIZE),
 }
-STREAMS = [(profile, interlaced) for profile in PROFILES for interlaced in (False, True)
-           if profile != "baseline" or not interlaced]
+STREAMS = [(profile, False) for profile in PROFILES] + [(profile, True) for profile in ("main", "high", "high422",
+                                                                                      "high444")]
 
 # Elements that fill bytes up, and those that count them.
 FILLING = {"rbsp_alignment_zero_bit", "bit_equal_to_zero", "bit_equal_to_one", "payload_bit_equal_to_one",
@@ -40,9 +45,9 @@ TIMESTAMP = ("clock_timestamp_flag", "ct_type", "nuit_field_based_flag", "counti
 
 
 def encode(path, profile, interlaced):
-    pix_fmt, options = PROFILES[profile]
-    ffmpeg("-f", "lavfi", "-i", "testsrc2=size=%dx%d:rate=25" % SIZE, "-frames:v", str(FRAMES), "-pix_fmt", pix_fmt,
-           "-c:v", "libx264", "-preset", "veryfast", *options, "-x264-params", HRD + (":tff=1" if interlaced else ""),
+    _, pix_fmt, params, size = PROFILES[profile]
+    ffmpeg("-f", "lavfi", "-i", "testsrc2=size=%dx%d:rate=25" % size, "-frames:v", str(FRAMES), "-pix_fmt", pix_fmt,
+           "-c:v", "libx264", "-preset", "veryfast", "-x264-params", HRD + params + (":tff=1" if interlaced else ""),
            "-f", "h264", path)
 
 
@@ -150,6 +155,9 @@ class Stream:
         self.units = units_of(self.path)
         self.hashes = picture_hashes(self.path)
         expect("pictures", len(self.hashes), FRAMES)
+        self.size = PROFILES[profile][3]
+        dumped = run(tool, "dump", "--json", "--types", "sps", self.path).stdout.splitlines()
+        expect("profiles", {json.loads(line)["sps"]["profile_idc"] for line in dumped}, {PROFILES[profile][0]})
         expect("parameter sets", sum(is_sps(title) for title, _ in self.units) > 0, True)
         # Of the crop unit in the standard's sense: 2 and 2, 2 and 1, 1 and 1, twice the height where fields may be.
         self.crop_unit = (1 if profile == "high444" else 2,
@@ -170,16 +178,35 @@ class Stream:
             expect("%s: unit %d" % (options, number), one, other)
         expect("%s: decoded pictures" % (options,), picture_hashes(self.result), hashes or self.hashes)
 
-    def check_sps(self, change, *options, **keywords):
+    def check_sps(self, change, *options, shown=None, **keywords):
+        """shown: what ffprobe says of the result; it is asked about one stream, to save time."""
         self.check(changed_sps(self.units, change), *options, **keywords)
+        if shown is not None and self.name == "high":
+            expect("%s: what ffprobe shows" % (options,), self.probe(*shown), list(shown.values()))
 
     def check_crop(self):
         x, y = self.crop_unit
-        offsets = (1, 2, 3, 4)
+        # What is cut off already lies on the right and at the bottom.
+        hidden = [-length % 16 for length in self.size]
+        offsets = (1, 2 + hidden[0] // x, 3, 4 + hidden[1] // y)
         pixels = (offsets[0] * x, offsets[1] * x, offsets[2] * y, offsets[3] * y)
-        size = (SIZE[0] - pixels[0] - pixels[1], SIZE[1] - pixels[2] - pixels[3])
+        size = (self.size[0] + hidden[0] - pixels[0] - pixels[1], self.size[1] + hidden[1] - pixels[2] - pixels[3])
         hashes = picture_hashes(self.path, "-vf", "crop=%d:%d:%d:%d:exact=1" % (*size, pixels[0], pixels[2]))
         self.check_sps(lambda elements: with_crop(elements, offsets), "--crop", "%d,%d,%d,%d" % pixels, hashes=hashes)
+        if any(hidden):
+            self.rewrite("--crop", "0,0,0,0")
+            found = self.probe("width", "height")
+            expect("size without cropping", found, [self.size[0] + hidden[0], self.size[1] + hidden[1]])
+            expect("pictures behind cropping", picture_hashes(self.result, "-vf", "crop=%d:%d:0:0:exact=1" % self.size),
+                   self.hashes)
+            expect("units without cropping", units_of(self.result),
+                   changed_sps(self.units, lambda elements: with_crop(elements, (0, 0, 0, 0))))
+
+    def probe(self, *entries):
+        result = run("ffprobe", "-v", "error", "-show_entries", "stream=" + ",".join(entries), "-of", "json",
+                     self.result)
+        stream = json.loads(result.stdout)["streams"][0]
+        return [stream.get(entry) for entry in entries]
 
     def check_timecodes(self, first, rate, *options):
         expected = self.units if self.interlaced else with_pic_struct(self.units)
@@ -192,14 +219,25 @@ class Stream:
         expect("timecodes", found, [text.replace(";", ":") for text in timecodes(first, rate, FRAMES)])
 
     def check_all(self):
+        if self.name == "cropped":
+            self.check_crop()
+            return
+        if self.name == "cbr":
+            self.check_sps(lambda elements: replaced(elements, level_idc=51), "--level", "5.1")
+            self.check(with_delay(self.units, 12345, 678), "--initial-cpb-removal-delay", "0=12345,678")
+            self.check_timecodes("09:59:59:22", Fraction(25))
+            return
         self.check_sps(lambda elements: replaced(elements, num_units_in_tick=1001, time_scale=48000,
                                                  fixed_frame_rate_flag=1),
-                       "--timing", "1001/48000", "--fixed-frame-rate", "1")
-        self.check_sps(lambda elements: with_signal(elements, colour=(9, 16, 9)), "--colour", "9:16:9")
+                       "--timing", "1001/48000", "--fixed-frame-rate", "1",
+                       shown={"r_frame_rate": "24000/1001"})
+        self.check_sps(lambda elements: with_signal(elements, colour=(9, 16, 9)), "--colour", "9:16:9",
+                       shown={"color_primaries": "bt2020", "color_transfer": "smpte2084", "color_space": "bt2020nc"})
         self.check_sps(lambda elements: with_ratio(with_signal(elements, full_range=1), 5), "--full-range", "1", "--sar",
-                       "40:33")
-        self.check_sps(lambda elements: with_ratio(elements, 255, 7, 5), "--sar", "7:5")
-        self.check_sps(lambda elements: replaced(elements, level_idc=51), "--level", "5.1")
+                       "40:33", shown={"color_range": "pc", "sample_aspect_ratio": "40:33"})
+        self.check_sps(lambda elements: with_ratio(elements, 255, 7, 5), "--sar", "7:5",
+                       shown={"sample_aspect_ratio": "7:5"})
+        self.check_sps(lambda elements: replaced(elements, level_idc=51), "--level", "5.1", shown={"level": 51})
         self.check_crop()
         self.check(with_delay(self.units, 12345, 678), "--initial-cpb-removal-delay", "0=12345,678")
         if not self.interlaced:
@@ -208,7 +246,9 @@ class Stream:
         self.check_timecodes("00:08:59;27", Fraction(30000, 1001), "--timing", "1001/60000")
         self.check_sps(lambda elements: with_signal(with_ratio(replaced(elements, num_units_in_tick=1, time_scale=100,
                                                                         level_idc=42), 14), 0, (1, 1, 1)),
-                       "--timing", "1/100", "--level", "4.2", "--sar", "4:3", "--colour", "1:1:1", "--full-range", "0")
+                       "--timing", "1/100", "--level", "4.2", "--sar", "4:3", "--colour", "1:1:1", "--full-range", "0",
+                       shown={"r_frame_rate": "50/1", "sample_aspect_ratio": "4:3", "level": 42,
+                              "color_primaries": "bt709", "color_range": "tv"})
 
 
 def main():

@@ -201,6 +201,33 @@ class Pages(BrowserTestCase):
         self.open(sps.unit() + pps.unit() + one.unit())
         self.assertEqual(self.hover(0)["values"]["slice_type"], "IDR")
 
+    def test_buffers_that_cannot_be_checked(self):
+        stream = long_stream(2)
+        units = json_lines(dump(stream, "--json"))
+        begin = next(unit["offset"] for unit in units if unit["nal_unit_type"] == 6)
+        without_messages = stream[:begin] + b"".join(
+            stream[unit["offset"]:unit["offset"] + unit["length"]] for unit in units if unit["nal_unit_type"] in (1, 5))
+        problems = "return document.getElementById('problems').innerText;"
+        self.open(without_messages)
+        text = self.browser.run(problems)
+        self.assertNotIn("Nothing amiss", text)
+        self.assertIn("NAL buffer not checked", text)
+        self.open(stream + without_messages)
+        self.assertIn("VCL buffer checked at 120 of 240 pictures", self.browser.run(problems))
+        self.open(stream)
+        self.assertEqual(self.browser.run(problems), "Nothing amiss: NAL buffer, VCL buffer, timecodes")
+
+    def test_a_stretch_without_frame_rate(self):
+        sps = build.Sps({}, 77, poc=build.poc_type(0))
+        pps = Pps(sps)
+        self.open(long_stream(2) + sps.unit() + pps.unit() + Slice(pps, 7, unit_type=5).unit() + long_stream(2))
+        text = self.browser.run("return document.getElementById('problems').innerText;")
+        self.assertIn("1 of 241 pictures without a frame rate", text)
+        self.assertIn("rate", self.browser.run("return [...document.querySelectorAll('.chart')].map(one => one.id);"))
+        known = self.browser.run("return Array.from(rates, rate => !isNaN(rate));")
+        # After a second, but not in the second that follows the picture.
+        self.assertEqual(known, [False] * 59 + [True] * 61 + [False] * 60 + [True] * 61)
+
     def test_an_hour(self):
         stream = long_stream(3600)
         path = os.path.join(self.directory.name, "hour.h264")

@@ -3,13 +3,14 @@
 import csv
 import errno
 import os
+import subprocess
 import tempfile
 
 import runner
 import sei_streams
 import stream_builder as build
 from picture_builder import Pps, Slice
-from runner import EMPTY, TestCase, feed, run
+from runner import EMPTY, TOOL, TestCase, feed, run
 from sei_streams import HRD, TIMING, Stream
 from stream_builder import nal_unit
 
@@ -265,10 +266,20 @@ class Damage(ExtractTestCase):
         stream.bytes += unit + lost
         stream.p(1, 1)
         self.assertEqual(self.text(stream.bytes, "--timecodes", status=1, stderr=(
-            "h264tool: standard input: unit 4 at offset %d: its picture cannot be read\n"
+            "h264tool: standard input: unit 5 at offset %d: picture parameter set 7, to which it refers, is missing\n"
+            "h264tool: standard input: 1 unit could not be parsed, first unit 5 at offset %d\n" %
+            ((before + len(unit),) * 2))), TIMECODES)
+
+    def test_damaged_messages_of_a_picture_that_cannot_be_read(self):
+        unit = sei.unit(b"\x01\x09\x00")
+        lost = Slice(Pps(TIMING, pps_id=7), 7).unit()
+        stream = Stream().idr()
+        before = len(stream.bytes)
+        self.assert_result(feed("extract", stream.bytes + unit + lost, "--timecodes", "-"), 1, (
+            "h264tool: standard input: unit 4 at offset %d: SEI message at 0 runs past the end of the unit\n"
             "h264tool: standard input: unit 5 at offset %d: picture parameter set 7, to which it refers, is missing\n"
             "h264tool: standard input: 2 units could not be parsed, first unit 4 at offset %d\n" %
-            (before, before + len(unit), before))), TIMECODES)
+            (before, before + len(unit), before)))
 
     def test_complaints_are_bounded(self):
         result = feed("extract", Stream().idr(*[timing(pic_struct=12)] * 50).bytes, "--timecodes", "-")
@@ -320,6 +331,47 @@ class Files(ExtractTestCase):
             self.assertIn(missing, result.stderr.decode())
             self.assertIn(os.strerror(errno.ENOENT), result.stderr.decode())
             self.assertEqual(os.listdir(directory), [])
+
+    def test_a_file_that_fails_later_leaves_none(self):
+        with tempfile.TemporaryDirectory() as directory:
+            for names in ("timecodes", "captions", "cc-data"):
+                result = feed("extract", self.STREAM, "--" + names, os.path.join(directory, "out"), "--afd",
+                              "/dev/full")
+                self.assert_result(result, 2, "h264tool: cannot write /dev/full: %s\n" % os.strerror(errno.ENOSPC))
+                self.assertEqual(os.listdir(directory), [])
+
+    def test_missing_rate_leaves_standard_output_empty(self):
+        stream = Stream(sei_streams.sps(sei_streams.timing_vui(None)))
+        for i in range(12000):
+            stream.idr(timing(sei.full_timestamp(1, 2, 3, 4)), sei.unit(sei.captions([pair(1)])), idr_pic_id=i % 2)
+        with tempfile.TemporaryDirectory() as directory:
+            result = feed("extract", stream.bytes, "--timecodes", "-", "--captions", os.path.join(directory, "out"))
+            self.assertEqual((result.returncode, result.stdout, os.listdir(directory)), (2, b"", []))
+        self.assertGreater(len(self.text(stream.bytes, "--timecodes")), 262144)
+
+    def test_files_that_are_one(self):
+        with tempfile.TemporaryDirectory() as directory:
+            path, hard, link = (os.path.join(directory, name) for name in ("in", "hard", "link"))
+            with open(path, "wb") as stream:
+                stream.write(self.STREAM)
+            os.link(path, hard)
+            os.symlink("new", link)
+            for output in (path, hard, os.path.join(directory, ".", "in")):
+                result = run("extract", path, "--timecodes", output)
+                self.assertEqual(result.returncode, 2)
+                self.assertIn("'%s' is the input" % output, result.stderr.decode())
+            with open(path, "rb") as stream:
+                self.assertIn("'%s' is the input" % hard, subprocess.run(
+                    [TOOL, "extract", "-", "--timecodes", hard], stdin=stream, stdout=subprocess.PIPE,
+                    stderr=subprocess.PIPE, timeout=120).stderr.decode())
+            new = os.path.join(directory, "new")
+            for output in (new, os.path.join(directory, ".", "new"), link):
+                result = run("extract", path, "--timecodes", new, "--afd", output)
+                self.assertEqual(result.returncode, 2)
+                self.assertIn("is to be written twice", result.stderr.decode())
+            self.assertEqual(sorted(os.listdir(directory)), ["hard", "in", "link"])
+            with open(path, "rb") as stream:
+                self.assertEqual(stream.read(), self.STREAM)
 
     def test_wrong_usage(self):
         for options, names in (((), "--timecodes"), (("--afd", "a", "--timecodes", "a"), "'a'"),

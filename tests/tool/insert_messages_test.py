@@ -17,6 +17,11 @@ class OtherMessages(InsertTestCase):
             self.assertEqual(messages(output, AFD), 2 * [bytes.fromhex("0409b50031445447 3141") + bytes([0xF0 | code])
                                                          + b"\x80"])
 
+    def test_afd_codes_of_two_digits(self):
+        for code in range(10):
+            self.assertEqual(self.insert(Stream().plain(1), "--afd", "%02d" % code),
+                             self.insert(Stream().plain(1), "--afd", str(code)))
+
     def test_user_data(self):
         for text in ("x", "two words", "x" * 238, "\u00e9:\u00fc"):
             for uuid in (UUID, UUID.replace("-", ""), UUID.upper()):
@@ -54,11 +59,12 @@ class OtherMessages(InsertTestCase):
     def test_streams_that_have_the_messages_already(self):
         options = {TIMING: ("--timecode", "10:00:00:00"), AFD: ("--afd", "8"), PRECISION: ("--precision-time", "0")}
         names = {TIMING: "picture timing messages", AFD: "an active format description", PRECISION: "precision time"}
+        hints = {TIMING: ", rewrite --timecode changes those that are there"}
         stream = Stream().plain(1)
         for kind, option in options.items():
             once = self.insert(stream, *option)
-            self.refuse(once, "IN: unit 3 at offset %d: the stream has %s already: %s cannot be inserted" %
-                        (len(Stream().sets()), names[kind], option[0]), *option)
+            self.refuse(once, "IN: unit 3 at offset %d: the stream has %s already: %s cannot be inserted%s" %
+                        (len(Stream().sets()), names[kind], option[0], hints.get(kind, "")), *option)
             for other in options.values():
                 if other != option:
                     self.assertEqual(len(split(self.insert(once, *other))), 5)
@@ -147,12 +153,19 @@ class Captions(InsertTestCase):
         self.captions(stream, "00:00:00:08\t9420 942f\n")
         for line in ("00:00:00:08\t9420 9420 942f", "00:00:00:10\t9420", "01:00:00:00\t9420"):
             self.refuse_captions(stream, header + line + "\n",
-                                 "the line at %s does not end before the stream does, 10 caption frames from its "
+                                 "line 3 at %s does not end before the stream does, 10 caption frames from its "
                                  "beginning" % line[:11])
         self.captions(stream, "00:00:00:00\t9420 942f\n00:00:00:02\t9420\n")
         for second in ("00:00:00:01", "00:00:00:00"):
             self.refuse_captions(stream, header + "00:00:00:00\t9420 942f\n%s\t9420\n" % second,
-                                 "the line at %s begins before the end of the line in front of it" % second)
+                                 "line 4 at %s begins before the end of the line in front of it: lines must be in "
+                                 "order and must not overlap" % second)
+        self.refuse_captions(stream, header + "10:00:00:01\t9420\n09:59:59:29\t9420\n",
+                             "line 4 at 09:59:59:29 begins before the stream (10:00:00:00)", "--timecode",
+                             "10:00:00:00")
+        self.refuse_captions(stream, header + "10:00:00;01\t9420\n",
+                             "line 3 at 10:00:00;01 counts with drop frame, --timecode without: they must count in the "
+                             "same way", "--timecode", "10:00:00:00")
         self.refuse_captions(Stream(timing=(10, 6)).plain(1), header + "00:00:00:00\t9420\n",
                              "frames of less than one a second are too long to carry their captions")
 

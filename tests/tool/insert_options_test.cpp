@@ -4,6 +4,8 @@
 
 #include <limits>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 #include "insert_captions.h"
 
@@ -12,7 +14,9 @@ namespace {
 using h264tool::CaptionSchedule;
 using h264tool::FrameRate;
 using h264tool::multiply_divide;
+using h264tool::parse_active_format;
 using h264tool::parse_frame_rate;
+using h264tool::parse_user_data;
 using h264tool::Rounding;
 using h264tool::SccLine;
 using h264tool::timecode_rate;
@@ -43,6 +47,47 @@ TEST(InsertOptions, TimecodesOfARate) {
     EXPECT_THROW(timecode_rate({87, 1}, {}), std::invalid_argument);
     EXPECT_THROW(timecode_rate({2997, 100}, {}), std::invalid_argument);
     EXPECT_THROW(timecode_rate({48000, 1001}, {{0, 0, 0, 0}, true}), std::invalid_argument);
+}
+
+TEST(InsertOptions, ActiveFormatsAreDecimal) {
+    EXPECT_EQ(parse_active_format("08"), 8U);
+    EXPECT_EQ(parse_active_format("9"), 9U);
+    EXPECT_EQ(parse_active_format("015"), 15U);
+    for (const char* text : {"", "16", "-1", "+1", "0x8", "8 "})
+        EXPECT_THROW(parse_active_format(text), std::invalid_argument) << text;
+}
+
+TEST(InsertOptions, UserDataOfOthers) {
+    const std::string uuid = "4D4953506D6963726F73656374696D65";  // MISPmicrosectime
+    EXPECT_THROW(parse_user_data(uuid + ":text"), std::invalid_argument);
+    EXPECT_NO_THROW(parse_user_data("5" + uuid.substr(1) + ":text"));
+    EXPECT_THROW(parse_user_data("FF" + uuid.substr(2) + ":text"), std::invalid_argument);
+    EXPECT_NO_THROW(parse_user_data("FE" + uuid.substr(2) + ":text"));
+}
+
+std::string failure(unsigned hours, bool drop_frame, const h264tool::ParsedTimecode& first) {
+    const std::vector<SccLine> lines{{{hours, 0, 0, 0}, drop_frame, {0x9420}, 3}};
+    try {
+        const CaptionSchedule schedule(lines, {30000, 1001}, first, 30);
+        return "none";
+    } catch (const std::runtime_error& error) {
+        return error.what();
+    }
+}
+
+TEST(CaptionSchedule, LinesBeforeTheStream) {
+    EXPECT_EQ(failure(10, false, {{10, 0, 0, 0}, false}), "none");
+    EXPECT_EQ(failure(10, false, {{10, 0, 0, 1}, false}),
+              "line 3 at 10:00:00:00 begins before the stream (10:00:00:01)");
+    EXPECT_EQ(failure(10, true, {{22, 0, 0, 0}, true}), "line 3 at 10:00:00;00 begins before the stream (22:00:00;00)");
+    EXPECT_EQ(failure(10, true, {{22, 0, 0, 1}, true}), "none") << "the next day";
+}
+
+TEST(CaptionSchedule, DropFrameOfTimecodeAndLines) {
+    EXPECT_EQ(failure(10, true, {{10, 0, 0, 0}, false}),
+              "line 3 at 10:00:00;00 counts with drop frame, --timecode without: they must count in the same way");
+    EXPECT_EQ(failure(10, false, {{10, 0, 0, 0}, true}),
+              "line 3 at 10:00:00:00 counts without drop frame, --timecode with: they must count in the same way");
 }
 
 // Whatever the rate, an hour's caption frames are carried once each and in order.

@@ -1,5 +1,7 @@
 """Tests of the places at which h264tool insert inserts, run as: insert_places_test.py H264TOOL [unittest arguments]"""
 
+import tempfile
+
 import runner
 from h264_writer import split
 from insert_support import AFD, PRECISION, TIMING, USER_DATA, UUID, InsertTestCase, Stream, kind_of, kind_of_header
@@ -43,7 +45,8 @@ class Places(InsertTestCase):
         pieces.insert(5, nal_unit(1, b"\xcb" * 400000, start_code_length=3))
         pieces += [b"\x00\x00\x01", nal_unit(6, b"\x05\x40abc"), b"\x00\x00"]
         before = b"".join(pieces)
-        result = feed("insert", before, "-o", "-", "--aud", "--end-of-sequence", *self.ALL)
+        result = feed("insert", before, "-o", "-", "--aud", "--end-of-sequence", "--afd", "8", "--user-data",
+                      UUID + ":text")
         self.assertEqual(result.returncode, 1)
         self.assertRegex(result.stderr.decode(), r"\Ah264tool: standard input: 3 units could not be parsed, first unit "
                                                  r"4 at offset \d+\n\Z")
@@ -64,6 +67,18 @@ class Places(InsertTestCase):
                              stderr="h264tool: standard input: 1 unit could not be parsed, first unit 3 at offset %d\n"
                              % len(stream.sets()))
         self.assertEqual(self.kinds(output), [7, 8, 5, AFD, 5])
+
+    def test_damaged_slice_ends_counting(self):
+        stream = Stream(timing=(1001, 60000))
+        missing = Slice(Pps(stream.sps, pps_id=5), 7, unit_type=5).unit()
+        before = stream.sets() + stream.slice("I", 0) + missing + stream.slice("P", 2, frame_num=1)
+        with tempfile.NamedTemporaryFile("w", suffix=".scc") as scc:
+            scc.write("Scenarist_SCC V1.0\n")
+            scc.flush()
+            for options in (("--timecode", "10:00:00:00"), ("--captions", scc.name), ("--precision-time", "0")):
+                self.refuse(before, "IN: unit 4 at offset %d: picture parameter set 5, to which it refers, is missing: "
+                                    "it cannot be read, so that frames cannot be counted" %
+                            (len(stream.sets()) + len(stream.slice("I", 0))), *options)
 
     def test_data_before_the_first_start_code(self):
         stream = Stream().plain(1)

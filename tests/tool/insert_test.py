@@ -1,7 +1,9 @@
 """Tests of the command line, timecodes and files of h264tool insert, run as: insert_test.py H264TOOL [unittest
 arguments]"""
 
+import errno
 import os
+import signal
 import subprocess
 import tempfile
 
@@ -36,7 +38,8 @@ class CommandLine(InsertTestCase):
             self.assert_usage_error("--frame-rate", "--timecode", "10:00:00:00", "--frame-rate", rate)
         self.assert_usage_error("--timecode", "--drop-frame", "--aud")
         self.assert_usage_error("--frame-rate", "--frame-rate", "25", "--aud")
-        for code in ("16", "-1", "x"):
+        self.assert_usage_error("the name of a file is empty", "--captions", "")
+        for code in ("16", "-1", "x", ""):
             self.assert_usage_error("--afd", "--afd", code)
         for time in ("-1", "9223372036854775808", "now"):
             self.assert_usage_error("--precision-time", "--precision-time", time)
@@ -48,7 +51,9 @@ class CommandLine(InsertTestCase):
                              (UUID + ":" + "x" * 239, "239 bytes, 238 fit"),
                              ("1" * 20 + "000001" + "1" * 6 + ":text", "zero bytes"),
                              ("1" * 20 + "000003" + "1" * 6 + ":text", "zero bytes"),
-                             ("0" * 32 + ":text", "zero bytes"), ("1" * 28 + "0000:\x03", "zero bytes")):
+                             (b"MISPmicrosectime".hex() + ":text", "that of precision time stamps"),
+                             ("ff" * 16 + ":text", "begins with FF"), ("0" * 32 + ":text", "zero bytes"),
+                             ("1" * 28 + "0000:\x03", "zero bytes")):
             self.assert_usage_error(reason, "--user-data", data)
 
     def test_an_option_is_given_once(self):
@@ -189,6 +194,21 @@ class SequenceParameterSets(InsertTestCase):
                         "--timecode", "10:00:00:00", "--frame-rate", "25")
             self.assertEqual(len(messages(self.insert(stream.plain(1), "--afd", "8"), AFD)), 1)
 
+    def test_what_a_frame_rate_does_not_cure_is_said_first(self):
+        for options, reason in (({"with_vui": False}, "has no VUI"), ({"nal_hrd": True}, "has HRD parameters"), ({},
+                                "has no frame rate: give it")):
+            result = feed("insert", Stream(timing=None, **options).plain(1), "-o", "-", "--timecode", "10:00:00:00")
+            self.assertEqual((result.returncode, result.stdout), (2, b""))
+            self.assertIn(reason, result.stderr.decode())
+
+    def test_picture_timing_with_delays_is_for_rewrite(self):
+        stream = Stream(nal_hrd=True)
+        timing = build.nal_unit(6, b"\x01\x08" + bytes(range(1, 9)) + b"\x80", nal_ref_idc=0)
+        self.refuse(stream.sets() + timing + stream.frames(1)[0],
+                    "IN: unit 3 at offset %d: the stream has picture timing messages already: --timecode cannot be "
+                    "inserted, rewrite --timecode changes those that are there" % len(stream.sets()),
+                    "--timecode", "10:00:00:00")
+
 
 class Files(InsertTestCase):
     def test_pipes_and_files_give_the_same(self):
@@ -226,6 +246,29 @@ class Files(InsertTestCase):
                 self.assertEqual(result.returncode, 2)
                 self.assertIn("%s %s" % (reason, path), result.stderr.decode())
                 self.assertEqual(os.listdir(directory), [])
+
+    def test_captions_that_cannot_be_read(self):
+        for path, reason in (("no/such.scc", "cannot open"), (build.HERE, "cannot read")):
+            result = run("insert", "no/such/file", "-o", "-", "--captions", path)
+            self.assert_result(result, 2, "h264tool: %s %s: %s\n" % (reason, path, os.strerror(
+                errno.ENOENT if reason == "cannot open" else errno.EISDIR)))
+
+    def test_empty_name_of_the_output(self):
+        result = feed("insert", Stream().plain(1), "-o", "", "--aud")
+        self.assertEqual((result.returncode, result.stdout), (2, b""))
+        self.assertIn("the name of a file is empty", result.stderr.decode())
+
+    def test_reader_that_goes_away(self):
+        """A stream that was cut off is no success."""
+        process = subprocess.Popen(
+            [TOOL, "insert", "-", "-o", "-", "--aud"], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+            stderr=subprocess.PIPE, preexec_fn=lambda: signal.signal(signal.SIGPIPE, signal.SIG_IGN))
+        process.stdout.close()
+        process.stdin.write(Stream().plain(10))
+        process.stdin.close()
+        self.assertEqual((process.wait(timeout=120), process.stderr.read().decode()),
+                         (2, "h264tool: cannot write standard output: %s\n" % os.strerror(errno.EPIPE)))
+        process.stderr.close()
 
     def test_termination_leaves_nothing(self):
         """The input is a pipe that ends only when the process is gone."""

@@ -17,6 +17,8 @@
 
 namespace {
 
+using h264tool::is_same_file;
+using h264tool::is_same_output;
 using h264tool::OutputFile;
 using Names = std::vector<std::string>;
 
@@ -102,6 +104,57 @@ TEST(OutputFile, FollowsSymbolicLinks) {
     output.commit();
     EXPECT_TRUE(std::filesystem::is_symlink(directory.file("link")));
     EXPECT_EQ(directory.read("there"), "new");
+}
+
+TEST(OutputFile, CreatesWhatSymbolicLinksPointTo) {
+    const TemporaryDirectory directory;
+    ASSERT_EQ(mkdir(directory.file("sub").c_str(), 0700), 0);
+    ASSERT_EQ(symlink("sub/second", directory.file("first").c_str()), 0);
+    ASSERT_EQ(symlink("../third", directory.file("sub/second").c_str()), 0);
+    OutputFile output(directory.file("first"));
+    write(output, "new");
+    output.commit();
+    EXPECT_TRUE(std::filesystem::is_symlink(directory.file("first")));
+    EXPECT_TRUE(std::filesystem::is_symlink(directory.file("sub/second")));
+    EXPECT_EQ(directory.read("third"), "new");
+    ASSERT_EQ(symlink("no/file", directory.file("lost").c_str()), 0);
+    EXPECT_EQ(failure(directory.file("lost")), std::errc::no_such_file_or_directory);
+}
+
+TEST(OutputFile, IsNotThereWhenItIsFinished) {
+    const TemporaryDirectory directory;
+    OutputFile output(directory.file("out"));
+    write(output, "some bytes");
+    output.finish();
+    EXPECT_NE(directory.names(), Names{"out"});
+    output.commit();
+    EXPECT_EQ(directory.names(), Names{"out"});
+    EXPECT_EQ(directory.read("out"), "some bytes");
+}
+
+TEST(OutputFile, NamesOfOneFile) {
+    const TemporaryDirectory directory;
+    directory.write("there", "old");
+    ASSERT_EQ(mkdir(directory.file("sub").c_str(), 0700), 0);
+    ASSERT_EQ(symlink("new", directory.file("link").c_str()), 0);
+    ASSERT_EQ(link(directory.file("there").c_str(), directory.file("hard").c_str()), 0);
+    const auto is_same = [&](const char* a, const char* b) {
+        EXPECT_EQ(is_same_output(directory.file(b), directory.file(a)),
+                  is_same_output(directory.file(a), directory.file(b)));
+        return is_same_output(directory.file(a), directory.file(b));
+    };
+    EXPECT_TRUE(is_same("there", "sub/../there"));
+    EXPECT_TRUE(is_same("there", "hard"));
+    EXPECT_TRUE(is_same("new", "./new"));
+    EXPECT_TRUE(is_same("new", "sub/../new"));
+    EXPECT_TRUE(is_same("new", "link"));
+    EXPECT_FALSE(is_same("new", "there"));
+    EXPECT_FALSE(is_same("new", "sub/new"));
+    EXPECT_TRUE(is_same_output("-", "-"));
+    EXPECT_FALSE(is_same_output("-", "./-"));
+    EXPECT_TRUE(is_same_file(directory.file("there"), directory.file("hard")));
+    EXPECT_FALSE(is_same_file(directory.file("there"), directory.file("new")));
+    EXPECT_FALSE(is_same_file("/dev/null", "/dev/null"));
 }
 
 TEST(OutputFile, WritesIntoWhatIsNoRegularFile) {

@@ -2,16 +2,20 @@
 
 import os
 import re
+import subprocess
 import tempfile
 
 import runner
+import sei_streams
 import stream_builder as build
 from long_stream import BIT_RATE, CPB_SIZE, long_stream
 from picture_builder import Pps, Slice
 from report_reader import decoded, page_data, pictures_of
-from runner import TestCase, dump, feed, json_lines, run
+from runner import TOOL, TestCase, dump, feed, json_lines, run
 from sei_streams import TIMING, Stream
 from stream_builder import nal_unit
+
+import sei_writer
 
 SAMPLES = os.path.join(build.HERE, "..", "..", "samples")
 
@@ -124,6 +128,24 @@ class Values(ReportTestCase):
     def test_jump_of_timecodes(self):
         self.assertEqual(self.data(long_stream(4, jump_at=2))["jumps"], [[120, 600]])
 
+    def test_jump_within_a_frame(self):
+        def timing(pic_struct, *frames):
+            return sei_writer.unit(sei_writer.pic_timing(
+                (), pic_struct, [sei_writer.full_timestamp(1, 2, 3, frame) for frame in frames]))
+
+        for second, jumps in ((5, []), (6, []), (9, [[1, 4]]), (4, [[1, -1]])):
+            stream = Stream(TIMING).idr(timing(3, 4, 4)).p(1, 1, timing(3, 5, second)).p(2, 2, timing(3, 6, 6)).bytes
+            data = self.data(stream)
+            self.assertEqual(data["jumps"], jumps, second)
+            self.assert_equals_dump(stream, data)
+
+            sps = sei_streams.sps(sei_streams.timing_vui(), fields=0)
+            pps = Pps(sps)
+            fields = [timing(1, 5), Slice(pps, 7, unit_type=5, field=0).unit(),
+                      timing(2, second), Slice(pps, 5, field=1, poc_lsb=1).unit()]
+            data = self.data(sps.unit() + pps.unit() + b"".join(fields))
+            self.assertEqual((data["frames"], data["jumps"]), (1, [[0, by] for _, by in jumps]), second)
+
     def test_parameter_sets(self):
         first, second = build.Sps({}, 77, poc=build.poc_type(0)), build.Sps({}, 77, poc=build.poc_type(0), frames=3)
         pps = Pps(first)
@@ -159,10 +181,27 @@ class Values(ReportTestCase):
         sps = build.Sps({}, 77, poc=build.poc_type(0), vui=vui)
         pps = Pps(sps)
         stream = sps.unit() + pps.unit() + Slice(pps, 7, unit_type=5).unit()
-        for index, nal, vcl in ((0, 10000 << 7, 1 << 7), (1, 5000 << 7, None), (2, None, None)):
+        for index, nal, vcl in ((0, 10000 << 7, 1 << 7), (1, 5000 << 7, None)):
             sequence = self.data(stream, "--schedule", str(index))["sequences"][0]
             self.assertEqual([schedule and schedule["bit_rate"] for schedule in (sequence["nal"], sequence["vcl"])],
                              [nal, vcl])
+        for refused, index, reason in (
+                (stream, 2, "the NAL HRD has 2 schedules and the VCL HRD has 1 schedule, counted from 0"),
+                (Stream(TIMING).idr().bytes, 1, "no picture has HRD parameters")):
+            result = feed("report", refused, "-o", "-", "--schedule", str(index))
+            self.assert_result(result, 2, "h264tool: standard input: there is no schedule %d: %s\n" % (index, reason))
+            self.assertEqual(result.stdout, b"")
+
+    def test_pictures_whose_removal_is_not_known(self):
+        stream = long_stream(2)
+        units = json_lines(dump(stream, "--json"))
+        begin = next(unit["offset"] for unit in units if unit["nal_unit_type"] == 6)
+        without_messages = stream[:begin] + b"".join(
+            stream[unit["offset"]:unit["offset"] + unit["length"]] for unit in units if unit["nal_unit_type"] in (1, 5))
+        for one, known in ((without_messages, 0), (stream + without_messages, 120)):
+            for hrd in self.data(one)["hrds"]:
+                removal = decoded(hrd["columns"]["removal"])
+                self.assertEqual([time is not None for time in removal], [True] * known + [False] * 120)
 
 
 class Page(ReportTestCase):
@@ -200,6 +239,13 @@ class Page(ReportTestCase):
         data = page_data(result.stdout)
         self.assertEqual((data["damaged_units"], len(data["complaints"]), len(data["types"])), (1, 1, 60))
 
+    def test_messages_of_a_damaged_slice_are_no_damage(self):
+        whole = Stream(TIMING).idr().bytes
+        stream = whole + sei(5, bytes(16)) + Slice(Pps(TIMING, pps_id=7), 7).unit()
+        data = self.data(stream, status=1)
+        self.assertEqual((data["damaged_units"], len(data["complaints"])), (1, 1))
+        self.assertIn("unit 5 at offset", data["complaints"][0])
+
     def test_every_start_of_a_stream(self):
         stream = read(os.path.join(SAMPLES, "interlaced_hrd.h264"))[:9000]
         for size in range(7, len(stream), 311):
@@ -211,6 +257,24 @@ class Refusals(ReportTestCase):
         for arguments in (("x",), ("-o", "y"), ("x", "-o", ""), ("x", "-o", "y", "--schedule", "32"),
                           ("x", "-o", "y", "--schedule", "-1")):
             self.assertEqual(run("report", *arguments).returncode, 2, arguments)
+
+    def test_the_input_is_not_replaced(self):
+        with tempfile.TemporaryDirectory() as directory:
+            path, link, other = (os.path.join(directory, name) for name in ("in.h264", "link", "other"))
+            stream = long_stream(1)
+            with open(path, "wb") as file:
+                file.write(stream)
+            os.symlink(path, link)
+            os.link(path, other)
+            for output in (path, link, other):
+                self.assert_result(run("report", path, "-o", output), 2,
+                                   "h264tool: '%s' is the input: the page would replace it\n" % output)
+                self.assertEqual(read(path), stream)
+            with open(path, "rb") as file:
+                self.assertEqual(subprocess.run([TOOL, "report", "-", "-o", path], stdin=file, stderr=subprocess.PIPE,
+                                                check=False).returncode, 2)
+            self.assertEqual(read(path), stream)
+            self.assertEqual(sorted(os.listdir(directory)), ["in.h264", "link", "other"])
 
     def test_nothing_is_left_behind(self):
         with tempfile.TemporaryDirectory() as directory:

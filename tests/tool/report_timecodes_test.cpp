@@ -55,6 +55,30 @@ TEST(TimecodeJumps, AChangeOfTheCounting) {
     EXPECT_EQ(find_timecode_jumps(frames), (Jumps{{5, std::nullopt}}));
 }
 
+TEST(TimecodeJumps, OtherTimecodesOfAFrameStayInIt) {
+    std::vector<TimedFrame> frames = counted(24 * 3600 * 25 - 5, 10, {25, false});
+    for (TimedFrame& one : frames) one.others = {*one.timecode};
+    EXPECT_EQ(find_timecode_jumps(frames), Jumps());
+    frames[4].others[0].timecode = {0, 0, 0, 0};  // the next one, over midnight
+    EXPECT_EQ(find_timecode_jumps(frames), Jumps());
+    frames[4].others[0].timecode = {0, 0, 0, 1};
+    EXPECT_EQ(find_timecode_jumps(frames), (Jumps{{4, 2}}));
+    frames[4].others[0].timecode = {23, 59, 59, 23};
+    EXPECT_EQ(find_timecode_jumps(frames), (Jumps{{4, -1}}));
+    frames[4].others[0].timecode = {0, 0, 0, 25};
+    EXPECT_EQ(find_timecode_jumps(frames), (Jumps{{4, std::nullopt}}));
+    frames[4].others = {*frames[4].timecode, *frames[4].timecode};
+    frames[4].others[1].drop_frame = true;
+    EXPECT_EQ(find_timecode_jumps(frames), (Jumps{{4, std::nullopt}}));
+}
+
+TEST(TimecodeJumps, AFrameHasOneJump) {
+    std::vector<TimedFrame> frames = counted(0, 10, {25, false});
+    frames[5].timecode->timecode = {0, 0, 10, 5};
+    frames[5].others = {frames[4].timecode.value()};
+    EXPECT_EQ(find_timecode_jumps(frames), (Jumps{{5, 250}, {6, -250}}));
+}
+
 TEST(TimecodeJumps, NumbersOfPairs) {
     std::vector<TimedFrame> frames;
     for (std::uint64_t i = 1; i < 120; ++i) frames.push_back(frame(timecode_at(i / 2, {25, false}), 50));

@@ -5,16 +5,15 @@ import subprocess
 import tempfile
 
 import runner
-import stream_builder as build
 from picture_builder import Slice
-from runner import TOOL, TestCase, feed, run
+from rewrite_support import DELAYS, RewriteTestCase, hrd_vui, stamp, timing_unit
+from runner import TOOL, run
 from sei_streams import HRD, Stream, sps, timing_vui
 from stream_builder import nal_unit
 
 import h264_writer
 import sei_writer as sei
 
-DELAYS = [(23, 1234567), (22, 7)]
 HRD_FIELDS = {"schedules": [(1, 2, 0), (3, 4, 1)]}
 FULL_VUI = {"aspect_ratio_idc": 255, "sar_width": 40000, "sar_height": 33, "overscan_appropriate_flag": 1,
             "video_format": 2, "video_full_range_flag": 1, "colour_description": (9, 16, 10),
@@ -24,26 +23,7 @@ FULL_VUI = {"aspect_ratio_idc": 255, "sar_width": 40000, "sar_height": 33, "over
 RESTRICTED = {"bitstream_restriction": (1, 2, 1, 16, 15, 3, 4)}
 
 
-class RewriteTestCase(TestCase):
-    def rewrite(self, stream, *options, status=0, stderr=""):
-        result = feed("rewrite", stream, "-o", "-", *options)
-        self.assert_result(result, status, stderr)
-        return result.stdout
-
-    def refuse(self, stream, reason, *options):
-        """The run is refused; nothing is left behind, and what was there is still there."""
-        with tempfile.TemporaryDirectory() as directory:
-            names = [os.path.join(directory, name) for name in ("in", "new", "old")]
-            for name, content in ((names[0], stream), (names[2], b"old")):
-                with open(name, "wb") as file:
-                    file.write(content)
-            for name in names[1:]:
-                self.assert_result(run("rewrite", names[0], "-o", name, *options), 2,
-                                   "h264tool: %s: %s\n" % (names[0], reason))
-            self.assertEqual(sorted(os.listdir(directory)), ["in", "old"])
-            with open(names[2], "rb") as file:
-                self.assertEqual(file.read(), b"old")
-
+class RewriteSpsTestCase(RewriteTestCase):
     def assert_sps(self, before, after, *options):
         """A unit of these elements becomes one of those, in a stream with other units and bytes around it."""
         for start_code_length in (3, 4):
@@ -75,7 +55,8 @@ class CommandLine(RewriteTestCase):
                 ("--colour", ("1:1", "1:1:256", "1:1:1:1", "a:1:1", "1/1/1")),
                 ("--sar", ("0:1", "1:0", "65536:1", "4/3", "4")), ("--level", ("1.4", "7", "4.1.", "b", "1.b", "41")),
                 ("--crop", ("1,2,3", "1,2,3,4,5", "-1,0,0,0", "1, 2,3,4")),
-                ("--timecode", ("1:00:00:00", "10:00:00.00")), ("--fixed-frame-rate", ("2", "x")),
+                ("--timecode", ("1:00:00:00", "10:00:00.00", "24:00:00:00", "00:60:00:00", "00:00:60;00")),
+                ("--fixed-frame-rate", ("2", "x")),
                 ("--full-range", ("2", "-1")),
                 ("--initial-cpb-removal-delay", ("0", "=1", "0=", "0=0", "32=1", "0=1,", "0=1,2,3", "0=4294967296"))):
             for text in texts:
@@ -93,7 +74,7 @@ class CommandLine(RewriteTestCase):
         self.assertIn("no/such/file", result.stderr.decode())
 
 
-class ParameterSets(RewriteTestCase):
+class ParameterSets(RewriteSpsTestCase):
     def test_timing(self):
         self.assert_vui(FULL_VUI, dict(FULL_VUI, num_units_in_tick=1, time_scale=2**32 - 1), "--timing", "1/4294967295")
         self.assert_vui(RESTRICTED, dict(RESTRICTED, num_units_in_tick=1, time_scale=50), "--timing", "1/50")
@@ -139,10 +120,16 @@ class ParameterSets(RewriteTestCase):
     def test_level_1b_of_the_early_profiles(self):
         one_b = fields(profile_idc=77, constraint_set3_flag=1, level_idc=11)
         self.assert_sps(one_b, one_b, "--level", "1b")
-        for level in ("1.1", "2"):
-            self.refuse(h264_writer.sps(one_b), "unit 1 at offset 0: --level: constraint_set3_flag of sequence "
-                        "parameter set 0 is 1, which is for level 1b in this profile and cannot be changed", "--level",
-                        level)
+        for profile in (66, 77, 88):
+            level_2 = fields(profile_idc=profile, constraint_set3_flag=1, level_idc=20)
+            self.assert_sps(level_2, dict(level_2, level_idc=30), "--level", "3")
+            self.assert_sps(level_2, dict(level_2, level_idc=11), "--level", "1b")
+            for stream in (one_b, level_2):
+                self.refuse(h264_writer.sps(stream), "unit 1 at offset 0: --level: level 1.1 would be read as level "
+                            "1b, because constraint_set3_flag of sequence parameter set 0 is 1, which cannot be changed",
+                            "--level", "1.1")
+        self.refuse(h264_writer.sps(one_b), "unit 1 at offset 0: --level: level 1b of sequence parameter set 0 is told "
+                    "by constraint_set3_flag, which has to be 0 at level 2 and cannot be changed", "--level", "2")
         self.refuse(h264_writer.sps(fields(profile_idc=88)), "unit 1 at offset 0: --level: level 1b of the Extended "
                     "profile is told by constraint_set3_flag, which cannot be changed", "--level", "1b")
 
@@ -166,8 +153,10 @@ class ParameterSets(RewriteTestCase):
         # 64x48 pixels
         for crop, side, count in (("1,0,0,0", "left", 1), ("0,3,0,0", "right", 3), ("0,0,5,0", "top", 5),
                                   ("0,0,0,7", "bottom", 7)):
-            self.refuse(h264_writer.sps(fields()), "unit 1 at offset 0: --crop: %d pixels on the %s are no multiple of "
-                        "2, which is the crop unit of 4:2:0 frames" % (count, side), "--crop", crop)
+            self.refuse(h264_writer.sps(fields()), "unit 1 at offset 0: --crop: %s on the %s %s no multiple of 2, "
+                        "which is the crop unit of 4:2:0 frames" %
+                        ("1 pixel" if count == 1 else "%d pixels" % count, side, "is" if count == 1 else "are"),
+                        "--crop", crop)
         self.refuse(h264_writer.sps(fields(frame_mbs_only_flag=0)), "unit 1 at offset 0: --crop: 2 pixels on the top "
                     "are no multiple of 4, which is the crop unit of 4:2:0 pictures that may be fields", "--crop",
                     "0,0,2,0")
@@ -237,15 +226,6 @@ class ParameterSets(RewriteTestCase):
         unit = h264_writer.sps(fields(vui, scaling_list=lists))
         self.refuse(unit, "unit 1 at offset 0: sequence parameter set too long: %d bytes behind the start code, 256 can "
                     "be parsed" % (len(unit) - 4), "--level", "4")
-
-
-def timing_unit(pic_struct, *timestamps, delays=(), **keywords):
-    return sei.unit(sei.pic_timing(delays, pic_struct, timestamps, **keywords))
-
-
-def stamp(text, **elements):
-    hours, minutes, seconds, frames = (int(number) for number in text.replace(";", ":").split(":"))
-    return sei.full_timestamp(hours, minutes, seconds, frames, **dict({"counting_type": 1}, **elements))
 
 
 class Timecodes(RewriteTestCase):
@@ -416,26 +396,8 @@ class RefusedTimecodes(RewriteTestCase):
                     "insert --timecode writes them", "--timecode", "10:00:00:00")
 
     def test_units_that_are_too_long_to_be_looked_through(self):
-        unit = nal_unit(6, sei.message(5, b"\xff" * 70000) + b"\x80", nal_ref_idc=0)
-        self.refuse_unit("the SEI unit is too long to be looked through: %d bytes, 65536 are kept" % len(unit), unit)
-
-
-def hrd_vui(pic_struct, vcl=False, schedules=((1, 2, 0),)):
-    def write(s):
-        for name in ("aspect_ratio_info", "overscan_info", "video_signal_type", "chroma_loc_info"):
-            s.u(1, name + "_present_flag", 0)
-        s.u(1, "timing_info_present_flag", 1)
-        s.u(32, "num_units_in_tick", 1)
-        s.u(32, "time_scale", 50)
-        s.u(1, "fixed_frame_rate_flag", 1)
-        for name in ("nal", "vcl"):
-            s.u(1, name + "_hrd_parameters_present_flag", int(vcl == (name == "vcl")))
-            if vcl == (name == "vcl"):
-                build.hrd(s.structure(name + "_hrd_parameters"), schedules)
-        s.u(1, "low_delay_hrd_flag", 0)
-        s.u(1, "pic_struct_present_flag", pic_struct)
-        s.u(1, "bitstream_restriction_flag", 0)
-    return write
+        unit = nal_unit(6, sei.message(5, b"\xff" * 1100000) + b"\x80", nal_ref_idc=0)
+        self.refuse_unit("the SEI unit is too long to be looked through: %d bytes, 1048576 are kept" % len(unit), unit)
 
 
 class PictureStructure(RewriteTestCase):

@@ -57,6 +57,17 @@ class RoundTrip(TestCase):
                 self.assertEqual(rows[picture]["timecode"], timecode)
             self.assertEqual(len({row["timecode"] for row in rows}), len(rows))
 
+    def test_timecodes_of_sixty_frames_over_minute_boundaries(self):
+        stream = stream_of(65 * 3, (1001, 120000))
+        for start, expected in (("00:00:58;20", {99: "00:00:59;59", 100: "00:01:00;04"}),
+                                ("00:09:58;20", {99: "00:09:59;59", 100: "00:10:00;00"}),
+                                ("00:00:58:20", {99: "00:00:59:59", 100: "00:01:00:00"})):
+            rows = self.rows(self.insert(stream, "--timecode", start), "--timecodes")
+            self.assertEqual(rows[0]["timecode"], start)
+            for picture, timecode in expected.items():
+                self.assertEqual(rows[picture]["timecode"], timecode)
+            self.assertEqual(len({row["timecode"] for row in rows}), len(rows))
+
     def test_active_formats_and_times(self):
         stream = self.insert(stream_of(64, (1, 50)), "--afd", "13", "--precision-time", "1600000000000007")
         self.assertEqual({row["active_format"] for row in self.rows(stream, "--afd")}, {"13"})
@@ -96,6 +107,12 @@ class RoundTrip(TestCase):
         self.assert_captions(scc, (1001, 60000), "--timecode", "00:00:58;00")
         scc = scc.replace(";", ":")
         self.assert_captions(scc, (1001, 60000), "--timecode", "00:00:58:00")
+
+    def test_captions_over_midnight(self):
+        scc = "Scenarist_SCC V1.0\n\n23:59:59;10\t9420 94ad\n\n23:59:59;29\t1234 5678\n\n00:00:01;04\t1234\n"
+        for timing in ((1001, 60000), (1001, 120000)):
+            self.assert_captions(scc, timing, "--timecode", "23:59:58;00")
+            self.assert_captions(scc.replace(";", ":"), timing, "--timecode", "23:59:58:00")
 
     def test_captions_without_drop_frame(self):
         scc = "Scenarist_SCC V1.0\n\n00:00:02:02\t9420 94ad\n"

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <sstream>
 #include <stdexcept>
 
@@ -13,7 +14,9 @@ using h264tool::SccLine;
 
 std::vector<SccLine> read(const std::string& text) {
     std::istringstream in(text);
-    return read_scc(in);
+    std::vector<SccLine> lines = read_scc(in);
+    for (SccLine& line : lines) line.number = 0;  // which is looked at on its own
+    return lines;
 }
 
 std::string failure(const std::string& text) {
@@ -39,6 +42,25 @@ TEST(Scc, IsWritten) {
 TEST(Scc, IsReadBack) {
     EXPECT_EQ(read(kText), kLines);
     EXPECT_TRUE(read("Scenarist_SCC V1.0").empty());
+}
+
+TEST(Scc, LinesHaveTheirNumbers) {
+    std::istringstream in(kText);
+    const std::vector<SccLine> lines = read_scc(in);
+    ASSERT_EQ(lines.size(), 3U);
+    EXPECT_EQ(lines[0].number, 3U);
+    EXPECT_EQ(lines[1].number, 5U);
+    EXPECT_EQ(lines[2].number, 7U);
+}
+
+TEST(Scc, FailureToReadIsNoEmptyFile) {
+    std::ifstream directory(".");
+    EXPECT_THROW(
+        try { read_scc(directory); } catch (const std::runtime_error& error) {
+            EXPECT_STREQ(error.what(), "line 1: cannot be read");
+            throw;
+        },
+        std::runtime_error);
 }
 
 TEST(Scc, LineEndsBlanksAndCaseDoNotMatter) {

@@ -74,6 +74,7 @@ public:
         write(path, {reinterpret_cast<const unsigned char*>(text.data()), text.size()});
     }
     void commit() {
+        for (OutputFile& file : files_) file.finish();
         for (OutputFile& file : files_) file.commit();
     }
 
@@ -99,9 +100,10 @@ int run(const Options& options) {
     for (const std::string& complaint : stream.complaints()) note(input.name(), complaint);
 
     Outputs outputs;
-    if (!options.timecodes.empty()) outputs.write(options.timecodes, timecodes_csv(stream));
+    // These first: without a frame rate nothing is written.
     if (!options.captions.empty())
         outputs.write(options.captions, captions_scc(stream, rate, captions_start(options, stream, rate)));
+    if (!options.timecodes.empty()) outputs.write(options.timecodes, timecodes_csv(stream));
     if (!options.cc_data.empty()) outputs.write(options.cc_data, caption_triples(stream));
     if (!options.afd.empty()) outputs.write(options.afd, formats_csv(stream));
     if (!options.precision_time.empty()) outputs.write(options.precision_time, times_csv(stream));
@@ -126,12 +128,14 @@ std::string check_captions_start(const std::string& text) {
 }
 
 void check_outputs(const Options& options) {
-    std::vector<std::string> paths = options.outputs();
+    const std::vector<std::string> paths = options.outputs();
     if (paths.empty())
         throw CLI::RequiredError("One of --timecodes, --captions, --cc-data, --afd and --precision-time");
-    std::sort(paths.begin(), paths.end());
-    const auto twice = std::adjacent_find(paths.begin(), paths.end());
-    if (twice != paths.end()) throw CLI::ValidationError("'" + *twice + "' is to be written twice");
+    for (auto path = paths.begin(); path != paths.end(); ++path) {
+        if (is_same_file(options.file, *path)) throw CLI::ValidationError("'" + *path + "' is the input");
+        if (std::any_of(paths.begin(), path, [&](const std::string& other) { return is_same_output(other, *path); }))
+            throw CLI::ValidationError("'" + *path + "' is to be written twice");
+    }
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <stdexcept>
@@ -51,7 +52,10 @@ std::optional<std::uint64_t> InputFile::size() const {
 
 std::size_t InputFile::read(unsigned char* area, std::size_t capacity) {
     if (reading_copy_) return read_from(copy_, area, capacity);
+    if (reading_ == Reading::kAgain && end_) capacity = std::min<std::uint64_t>(capacity, *end_ - position_);
     const std::size_t count = read_from(descriptor_, area, capacity);
+    position_ += count;
+    if (count == 0 && capacity > 0 && !end_) end_ = position_;
     if (check_) check_->look({area, count}, name_);
     if (copy_ >= 0) keep({area, count});
     return count;
@@ -67,11 +71,13 @@ void InputFile::rewind() {
     }
     if (lseek(copy_ >= 0 ? copy_ : descriptor_, copy_ >= 0 ? 0 : beginning_, SEEK_SET) < 0)
         throw std::system_error(errno, std::generic_category(), "cannot read " + name_ + " again");
+    position_ = 0;
 }
 
 std::size_t InputFile::read_at(std::uint64_t offset, unsigned char* area, std::size_t capacity) const {
     if (reading_ == Reading::kOnce || (copy_ >= 0 && !reading_copy_)) throw std::logic_error("input is not at hand");
     const std::int64_t first = copy_ >= 0 ? 0 : beginning_;
+    if (copy_ < 0 && end_) capacity = std::min<std::uint64_t>(capacity, *end_ - std::min(offset, *end_));
     while (true) {
         const ssize_t count =
             pread(copy_ >= 0 ? copy_ : descriptor_, area, capacity, first + static_cast<std::int64_t>(offset));

@@ -40,7 +40,7 @@ public:
     std::size_t read_at(std::uint64_t offset, unsigned char* area, std::size_t capacity) const;
 
     // Begins again with the first byte; only with Reading::kAgain. What cannot seek was read to its end before, or is
-    // now. Throws std::system_error.
+    // now. Where read() has met the end is the end from then on, even when the file grows. Throws std::system_error.
     void rewind();
 
 private:
@@ -50,8 +50,10 @@ private:
     std::string name_;
     int descriptor_;
     Reading reading_;
-    std::int64_t beginning_ = 0;  // where a file that can seek begins
-    int copy_ = -1;               // the temporary file
+    std::int64_t beginning_ = 0;        // where a file that can seek begins
+    std::uint64_t position_ = 0;        // from there, of read()
+    std::optional<std::uint64_t> end_;  // likewise, once it was met
+    int copy_ = -1;                     // the temporary file
     bool reading_copy_ = false;
     std::optional<InputCheck> check_;
 };

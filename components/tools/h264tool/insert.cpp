@@ -28,7 +28,7 @@ struct Arguments {
     std::string frame_rate;
     bool drop_frame = false;
     std::string captions;
-    unsigned afd = 0;
+    std::string afd;
     std::string precision_time;
     std::string user_data;
     InsertOptions options;
@@ -140,11 +140,17 @@ std::vector<SccLine> read_captions(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     if (!file) throw std::system_error(errno, std::generic_category(), "cannot open " + path);
     try {
+        errno = 0;
         return read_scc(file);
     } catch (const std::runtime_error& error) {
+        const int reason = errno;
+        if (file.bad()) throw std::system_error(reason, std::generic_category(), "cannot read " + path);
         throw std::runtime_error(path + ": " + error.what());
     }
 }
+
+// Why a name is wrong; empty when it is not.
+std::string check_file_name(const std::string& name) { return name.empty() ? "the name of a file is empty" : ""; }
 
 // Throws CLI::ParseError for what is wrong without looking at any file.
 InsertOptions interpret(const Arguments& arguments, const CLI::App& command) {
@@ -167,7 +173,7 @@ InsertOptions interpret(const Arguments& arguments, const CLI::App& command) {
     });
     parse("--frame-rate", [&] { options.frame_rate = parse_frame_rate(arguments.frame_rate); });
     parse("--user-data", [&] { options.user_data = parse_user_data(arguments.user_data); });
-    if (given("--afd")) options.afd = arguments.afd;
+    parse("--afd", [&] { options.afd = parse_active_format(arguments.afd); });
     parse("--precision-time", [&] { options.precision_time = parse_microseconds(arguments.precision_time); });
     if (given("--captions")) options.captions.emplace();
     options.captions_file = arguments.captions;
@@ -187,6 +193,7 @@ void add_insert(CLI::App& program, int& status) {
     command->add_option("FILE", arguments->input, "Annex B byte stream; - reads standard input")->required();
     command->add_option("-o,--output", arguments->output, "The new stream; - writes standard output")
         ->required()
+        ->check(check_file_name)
         ->type_name("FILE");
     CLI::Option* timecode = command
                                 ->add_option("--timecode", arguments->timecode,
@@ -203,10 +210,9 @@ void add_insert(CLI::App& program, int& status) {
         ->add_option("--captions", arguments->captions,
                      "CEA-608 captions of a Scenarist SCC file, whose timecodes count from 00:00:00:00, or from "
                      "--timecode when that is given")
+        ->check(check_file_name)
         ->type_name("FILE.scc");
-    command->add_option("--afd", arguments->afd, "Active format description, a code from 0 to 15")
-        ->check(CLI::Range(0, 15))
-        ->type_name("CODE");
+    command->add_option("--afd", arguments->afd, "Active format description, a code from 0 to 15")->type_name("CODE");
     command
         ->add_option("--precision-time", arguments->precision_time,
                      "MISP precision time: microseconds since 1970 of the first frame")

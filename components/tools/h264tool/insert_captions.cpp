@@ -12,7 +12,9 @@ namespace {
 constexpr std::uint64_t kMostTriples = 31;
 constexpr std::uint64_t kTriplesPerSecond = 600;
 
-std::string name_of(const SccLine& line) { return "the line at " + to_text(line.start, line.drop_frame); }
+std::string name_of(const SccLine& line) {
+    return "line " + std::to_string(line.number) + " at " + to_text(line.start, line.drop_frame);
+}
 
 // The frame of a timecode in an SCC file's counting, whether or not it leaves it out.
 std::uint64_t scc_frame(Timecode timecode, bool drop_frame) {
@@ -24,21 +26,34 @@ std::uint64_t scc_frame(Timecode timecode, bool drop_frame) {
 }  // namespace
 
 CaptionSchedule::CaptionSchedule(const std::vector<SccLine>& lines, const FrameRate& rate,
-                                 const std::optional<Timecode>& first, unsigned frames_per_second)
+                                 const std::optional<ParsedTimecode>& first, unsigned frames_per_second)
     : rate_(rate) {
     Timecode zero;
     if (first) {
-        zero = *first;
+        zero = first->timecode;
         zero.frames = zero.frames * kSccFramesPerSecond / frames_per_second;
     }
     std::uint64_t end = 0;
     for (const SccLine& line : lines) {
+        if (first && first->drop_frame != line.drop_frame)
+            throw std::runtime_error(name_of(line) +
+                                     (line.drop_frame ? " counts with drop frame, --timecode without"
+                                                      : " counts without drop frame, --timecode with") +
+                                     ": they must count in the same way");
         const std::uint64_t from = scc_frame(zero, line.drop_frame);
         std::uint64_t to = scc_frame(line.start, line.drop_frame);
-        if (to < from) to += scc_frame({23, 59, 59, kSccFramesPerSecond - 1}, line.drop_frame) + 1;  // the next day
+        if (to < from) {
+            const std::uint64_t day = scc_frame({23, 59, 59, kSccFramesPerSecond - 1}, line.drop_frame) + 1;
+            if (from - to <= day / 2)
+                throw std::runtime_error(name_of(line) + " begins before the stream (" +
+                                         to_text(first->timecode, first->drop_frame) + ')');
+            to += day;  // the next one
+        }
         lines_.push_back({to - from, &line});
         if (lines_.back().begin < end)
-            throw std::runtime_error(name_of(line) + " begins before the end of the line in front of it");
+            throw std::runtime_error(name_of(line) +
+                                     " begins before the end of the line in front of it: lines must be in order "
+                                     "and must not overlap");
         end = lines_.back().end();
     }
     const std::uint64_t most_pairs = multiply_divide(1, rate.denominator * 30000, rate.numerator * 1001, Rounding::kUp);

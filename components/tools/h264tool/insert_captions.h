@@ -15,10 +15,11 @@ namespace h264tool {
 class CaptionSchedule {
 public:
     // first: the timecode of the stream's first frame and how many frames a second it counts; the file counts from
-    // 00:00:00:00 without. What is before it is on the next day. Throws std::runtime_error when lines overlap, and when
-    // a frame would carry more pairs than a message has room for.
-    CaptionSchedule(const std::vector<SccLine>& lines, const FrameRate& rate, const std::optional<Timecode>& first,
-                    unsigned frames_per_second);
+    // 00:00:00:00 without. What is more than half a day before it is on the next day. Throws std::runtime_error when
+    // lines are before it, are not in order or overlap, when they count with drop frame and it does not or the other
+    // way round, and when a frame would carry more pairs than a message has room for.
+    CaptionSchedule(const std::vector<SccLine>& lines, const FrameRate& rate,
+                    const std::optional<ParsedTimecode>& first, unsigned frames_per_second);
 
     // The pairs of a frame, counted in output order from 0.
     std::vector<std::uint16_t> pairs(std::uint64_t frame) const;

@@ -119,9 +119,9 @@ InsertMessages::InsertMessages(const InsertOptions& options, const std::optional
         first_number_ = frame_number(options_.timecode->timecode, timecode_rate_);
     }
     if (options_.captions) {
-        const auto first = options_.timecode ? std::optional(options_.timecode->timecode) : std::nullopt;
-        about(options_.captions_file,
-              [&] { captions_.emplace(*options_.captions, *rate_, first, timecode_rate_.frames_per_second); });
+        about(options_.captions_file, [&] {
+            captions_.emplace(*options_.captions, *rate_, options_.timecode, timecode_rate_.frames_per_second);
+        });
     }
     if (options_.afd) {
         vanc_t entry{};

@@ -1,5 +1,6 @@
 #include "insert_options.h"
 
+#include <algorithm>
 #include <charconv>
 #include <limits>
 #include <numeric>
@@ -12,6 +13,8 @@ __extension__ typedef unsigned __int128 Wide;
 
 // The writer of picture timing messages takes frame numbers below this.
 constexpr std::uint64_t kMostFramesPerSecond = 86;
+constexpr unsigned kMostActiveFormat = 15;
+constexpr std::string_view kPrecisionTimeUuid = "MISPmicrosectime";
 constexpr std::size_t kMostUserData = 238;  // for a payloadSize of one byte
 
 [[noreturn]] void fail(const std::string& reason) { throw std::invalid_argument(reason); }
@@ -53,6 +56,13 @@ std::int64_t parse_microseconds(std::string_view text) {
     return number;
 }
 
+unsigned parse_active_format(std::string_view text) {
+    unsigned code = 0;
+    if (!parse_number(text, code) || code > kMostActiveFormat)
+        fail("'" + std::string(text) + "' is no code from 0 to " + std::to_string(kMostActiveFormat));
+    return code;
+}
+
 UserData parse_user_data(std::string_view text) {
     const std::size_t colon = text.find(':');
     if (colon == std::string_view::npos) fail("there is no colon between UUID and text");
@@ -68,6 +78,9 @@ UserData parse_user_data(std::string_view text) {
         fine = error == std::errc() && end == begin + 2;
     }
     if (!fine) fail("'" + std::string(text.substr(0, colon)) + "' is no UUID of 32 hexadecimal digits");
+    if (std::equal(data.uuid.begin(), data.uuid.end(), kPrecisionTimeUuid.begin()))
+        fail("the UUID is that of precision time stamps, which --precision-time inserts");
+    if (data.uuid.front() == 0xFF) fail("a message whose UUID begins with FF cannot be read back by the library");
     data.text = text.substr(colon + 1);
     if (data.text.empty()) fail("there is no text behind the UUID");
     if (data.text.size() > kMostUserData)

@@ -43,6 +43,9 @@ FrameRate parse_frame_rate(std::string_view text);
 // A number from 0 to 2^63 - 1.
 std::int64_t parse_microseconds(std::string_view text);
 
+// A code of an active format description, from 0 to 15, in decimal digits.
+unsigned parse_active_format(std::string_view text);
+
 // "UUID:TEXT" with 32 hexadecimal digits, hyphens or not, and 1 to 238 bytes.
 UserData parse_user_data(std::string_view text);
 

@@ -135,7 +135,8 @@ bool InsertPlan::examine(const NalUnit& unit) {
 
 bool InsertPlan::add_slice(const NalUnit& unit) {
     SliceIdentity slice;
-    if (!identify_slice(unit, sets_, slice).empty()) {
+    if (const std::string reason = identify_slice(unit, sets_, slice); !reason.empty()) {
+        if (options_.needs_frame_rate()) refuse(unit, reason + ": it cannot be read, so that frames cannot be counted");
         slice_kinds_ |= kUnknownSlice;
         return false;
     }
@@ -182,6 +183,12 @@ void InsertPlan::complete_delimiter() {
 void InsertPlan::check_sequence(const NalUnit& unit, const SliceIdentity& slice) {
     const sps_t& sps = slice.beginning.sps->sps;
     const std::string name = "sequence parameter set " + std::to_string(sps.seq_parameter_set_id);
+    if (options_.timecode && sps.vui_parameters_present_flag == 0)
+        refuse(unit, name + " has no VUI, by which picture timing messages are read: --timecode cannot be inserted");
+    if (options_.timecode && sps.vui.CpbDpbDelaysPresentFlag != 0)
+        refuse(unit, name +
+                         " has HRD parameters, so that picture timing messages have delays, which are not known: "
+                         "--timecode cannot be inserted");
     if (options_.needs_frame_rate() && !options_.frame_rate) {
         const auto rate = frame_rate(sps);
         if (!rate) refuse(unit, name + " has no frame rate: give it with --frame-rate");
@@ -189,14 +196,7 @@ void InsertPlan::check_sequence(const NalUnit& unit, const SliceIdentity& slice)
             refuse(unit, "the frame rate changes here: give one for the whole stream with --frame-rate");
         rate_ = rate;
     }
-    if (!options_.timecode) return;
-    if (sps.vui_parameters_present_flag == 0)
-        refuse(unit, name + " has no VUI, by which picture timing messages are read: --timecode cannot be inserted");
-    if (sps.vui.CpbDpbDelaysPresentFlag != 0)
-        refuse(unit, name +
-                         " has HRD parameters, so that picture timing messages have delays, which are not known: "
-                         "--timecode cannot be inserted");
-    if (sps.vui.pic_struct_present_flag != 0) return;
+    if (!options_.timecode || sps.vui.pic_struct_present_flag != 0) return;
     const auto number = current_sets_.at(sps.seq_parameter_set_id);
     if (!number || parameter_sets_[*number].changed.empty())
         refuse(unit, "pic_struct_present_flag of " + name + " cannot be set: --timecode cannot be inserted");
@@ -222,7 +222,9 @@ bool InsertPlan::add_sei(const NalUnit& unit) {
     for (const SeiMessage& message : sei.messages) {
         const std::span<const unsigned char> payload = sei.payload(message);
         if (options_.timecode && message.kind.payload_type == kPicTiming)
-            refuse(unit, "the stream has picture timing messages already: --timecode cannot be inserted");
+            refuse(unit,
+                   "the stream has picture timing messages already: --timecode cannot be inserted, rewrite "
+                   "--timecode changes those that are there");
         if (options_.captions && is_captions(message.kind, payload))
             refuse(unit, "the stream has captions already: --captions cannot be inserted");
         if (options_.afd && message.kind.user_identifier == "DTG1")

@@ -8,6 +8,7 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <cstdlib>
 #include <system_error>
@@ -17,6 +18,7 @@ namespace h264tool {
 namespace {
 
 constexpr std::size_t kBufferSize = std::size_t{256} * 1024;
+constexpr unsigned kMostLinks = 40;     // that are followed one after the other
 constexpr unsigned kMostNames = 10000;  // tried for a temporary file
 
 // Signals that end a program, which leaves no file behind then.
@@ -64,17 +66,47 @@ private:
     sigset_t before_{};
 };
 
-std::string resolved(const std::string& path) {
+std::string directory_of(const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
+}
+
+// Empty when there is no such file.
+std::string canonical(const std::string& path) {
     char* const found = realpath(path.c_str(), nullptr);
-    if (found == nullptr) return path;
+    if (found == nullptr) return {};
     std::string result(found);
     std::free(found);
     return result;
 }
 
-std::string directory_of(const std::string& path) {
-    const std::size_t slash = path.rfind('/');
-    return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
+// The path without symbolic links. The file need not be there; its directory stays as it is when that is not.
+std::string resolved(std::string path) {
+    for (unsigned i = 0; i < kMostLinks; ++i) {
+        if (std::string found = canonical(path); !found.empty()) return found;
+        std::array<char, PATH_MAX> target;
+        const ssize_t length = readlink(path.c_str(), target.data(), target.size());
+        if (length <= 0 || static_cast<std::size_t>(length) == target.size()) break;
+        const std::string text(target.data(), static_cast<std::size_t>(length));
+        path = text.front() == '/' ? text : directory_of(path) + text;
+    }
+    const std::string directory = directory_of(path);
+    std::string found = canonical(directory.empty() ? "." : directory);
+    if (found.empty()) return path;
+    if (found.back() != '/') found += '/';
+    return found + path.substr(directory.size());
+}
+
+// "-" is a standard stream.
+bool read_status(const std::string& path, int standard, struct stat& status) {
+    return path == "-" ? fstat(standard, &status) == 0 : stat(path.c_str(), &status) == 0;
+}
+
+bool is_same_regular_file(const std::string& a, int standard_a, const std::string& b) {
+    struct stat first {};
+    struct stat second {};
+    return read_status(a, standard_a, first) && read_status(b, STDOUT_FILENO, second) && S_ISREG(first.st_mode) &&
+           first.st_dev == second.st_dev && first.st_ino == second.st_ino;
 }
 
 }  // namespace
@@ -160,10 +192,14 @@ void OutputFile::flush() {
     buffer_.clear();
 }
 
-void OutputFile::commit() {
+void OutputFile::finish() {
+    if (descriptor_ < 0) return;
     flush();
-    if (descriptor_ == STDOUT_FILENO) return;
-    if (close(std::exchange(descriptor_, -1)) != 0) fail("cannot write ");
+    if (descriptor_ != STDOUT_FILENO && close(std::exchange(descriptor_, -1)) != 0) fail("cannot write ");
+}
+
+void OutputFile::commit() {
+    finish();
     if (temporary_path_.empty()) return;
     const SignalsBlocked blocked;
     if (rename(temporary_path_.c_str(), path_.c_str()) != 0) fail("cannot create ");
@@ -172,5 +208,14 @@ void OutputFile::commit() {
 }
 
 void OutputFile::fail(const char* what) const { throw std::system_error(errno, std::generic_category(), what + name_); }
+
+bool is_same_output(const std::string& a, const std::string& b) {
+    if (a == b || is_same_regular_file(a, STDOUT_FILENO, b)) return true;
+    return a != "-" && b != "-" && resolved(a) == resolved(b);
+}
+
+bool is_same_file(const std::string& input, const std::string& output) {
+    return is_same_regular_file(input, STDIN_FILENO, output);
+}
 
 }  // namespace h264tool

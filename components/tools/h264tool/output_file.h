@@ -23,7 +23,9 @@ public:
     const std::string& name() const { return name_; }
 
     void write(std::span<const unsigned char> bytes);
-    // Everything is written: the file takes its name, replacing one that has it. A file that is replaced passes its
+    // Everything is written: what can fail because of the bytes has failed after this. No write() follows.
+    void finish();
+    // Does that, and then the file takes its name, replacing one that has it. A file that is replaced passes its
     // permissions on.
     void commit();
 
@@ -41,5 +43,10 @@ private:
     std::size_t slot_ = 0;  // where signal handlers find the temporary file
     std::vector<unsigned char> buffer_;
 };
+
+// Whether two outputs end up in one file, under whatever names. Devices and pipes are one only under one name.
+bool is_same_output(const std::string& a, const std::string& b);
+// Whether an output replaces a regular file that is the input; "-" is standard input and standard output.
+bool is_same_file(const std::string& input, const std::string& output);
 
 }  // namespace h264tool

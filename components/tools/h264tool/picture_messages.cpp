@@ -13,6 +13,14 @@ constexpr std::size_t kSliceBytes = 4096;  // enough for the longest header that
 constexpr std::size_t kMaxPendingBytes = std::size_t{1024} * 1024;
 constexpr std::size_t kMaxComplaints = 10;
 
+// Why the messages of a unit cannot be told apart, empty when they can.
+std::string damage_of(const NalUnit& unit, const SeiUnit& sei) {
+    if (sei.damaged) return "SEI message at " + std::to_string(sei.end) + " runs past the end of the unit";
+    if (sei.cut)
+        return "too long: " + count_of(unit.length, "byte") + ", " + std::to_string(kUnitBeginning) + " are read";
+    return {};
+}
+
 }  // namespace
 
 AnnexBReader::KeptBytes PictureMessages::kept_bytes() {
@@ -36,13 +44,13 @@ void PictureMessages::add(const NalUnit& unit) {
 }
 
 void PictureMessages::finish() {
-    drop_pending("no picture follows");
+    for (const NalUnit& unit : take_pending()) count(unit, "no picture follows");
     order_.finish();
 }
 
-void PictureMessages::drop_pending(const char* damage) {
-    for (const NalUnit& unit : std::exchange(pending_, {})) count(unit, damage);
+std::vector<NalUnit> PictureMessages::take_pending() {
     pending_bytes_ = 0;
+    return std::exchange(pending_, {});
 }
 
 void PictureMessages::count(const NalUnit& unit, const std::string& damage) {
@@ -82,8 +90,8 @@ std::string PictureMessages::examine_slice(const NalUnit& unit) {
     SliceIdentity identity;
     std::string damage = identify_slice(unit, sets_, identity);
     if (!damage.empty()) {
-        // The messages belong to a picture that is not known.
-        drop_pending("its picture cannot be read");
+        // The messages belong to a picture that is not known. That is no fault of theirs.
+        for (const NalUnit& pending : take_pending()) count(pending, damage_of(pending, read_sei_unit(pending)));
         return damage;
     }
     if (boundaries_.starts_picture(identity)) start_picture(unit, identity);
@@ -96,17 +104,12 @@ void PictureMessages::start_picture(const NalUnit& unit, const SliceIdentity& id
     if (!parse_slice(unit, sets_, slice).empty()) slice = Slice();
     order_.add(slice, identity);
     begin_picture(unit, identity);
-    for (const NalUnit& pending : std::exchange(pending_, {}))
-        count(pending, read_messages(pending, identity.beginning.sps->sps));
-    pending_bytes_ = 0;
+    for (const NalUnit& pending : take_pending()) count(pending, read_messages(pending, identity.beginning.sps->sps));
 }
 
 std::string PictureMessages::read_messages(const NalUnit& unit, const sps_t& sps) {
     const SeiUnit sei = read_sei_unit(unit);
-    std::string damage;
-    if (sei.cut)
-        damage = "too long: " + count_of(unit.length, "byte") + ", " + std::to_string(kUnitBeginning) + " are read";
-    if (sei.damaged) damage = "SEI message at " + std::to_string(sei.end) + " runs past the end of the unit";
+    std::string damage = damage_of(unit, sei);
     for (const SeiMessage& message : sei.messages) {
         if (!is_wanted(message) || !sei.has_whole(message)) continue;
         SeiRecord record;

@@ -54,7 +54,7 @@ private:
     std::string examine_slice(const NalUnit& unit);
     void start_picture(const NalUnit& unit, const SliceIdentity& identity);
     std::string read_messages(const NalUnit& unit, const sps_t& sps);
-    void drop_pending(const char* damage);
+    std::vector<NalUnit> take_pending();
     void count(const NalUnit& unit, const std::string& damage);
 
     ParameterSets sets_{0};

@@ -53,6 +53,11 @@ int run(int argc, const char* const* argv) {
         const bool wrong_usage = program.exit(error) != 0;
         if (!std::cout.flush()) return report("cannot write standard output");
         return wrong_usage ? kExitFailed : kExitFine;
+    } catch (const std::system_error& error) {
+        // The reader of a text, such as head, has seen enough. What others write is of use only when it is whole.
+        const bool is_text = program.got_subcommand("dump") || program.got_subcommand("summary");
+        if (!is_text || error.code() != std::errc::broken_pipe) throw;
+        return kExitFine;
     }
     return status;
 }
@@ -62,10 +67,6 @@ int run(int argc, const char* const* argv) {
 int run_program(int argc, const char* const* argv) {
     try {
         return run(argc, argv);
-    } catch (const std::system_error& error) {
-        // The reader of the output, such as head, has seen enough.
-        if (error.code() == std::errc::broken_pipe) return kExitFine;
-        return report(error.what());
     } catch (const NoByteStream& error) {
         report(error.what());
         return kExitDamaged;

@@ -1,8 +1,8 @@
 // h264tool report: a page on which a stream can be looked at.
 #include <CLI/CLI.hpp>
 
-#include <cstdio>
 #include <memory>
+#include <stdexcept>
 #include <string>
 
 #include "commands.h"
@@ -22,6 +22,8 @@ struct Options {
 };
 
 int run(const Options& options) {
+    if (is_same_file(options.file, options.output))
+        throw std::runtime_error("'" + options.output + "' is the input: the page would replace it");
     const DiagnosticsCapture diagnostics;
     DbgTraceSetLevel(0);
     StreamInput input(options.file, ReportStream::kept_bytes());
@@ -38,6 +40,8 @@ int run(const Options& options) {
     facts.beginning = units.leading_zero_8bits() + units.stray_bytes();
     facts.size += facts.beginning;
     for (const std::string& complaint : stream.complaints()) note(input.name(), complaint);
+    if (const std::string missing = stream.missing_schedule(); !missing.empty())
+        throw std::runtime_error(input.name() + ": " + missing);
     OutputFile output(options.output);
     write_page(output, facts.name, report_data(stream, facts));
     output.commit();

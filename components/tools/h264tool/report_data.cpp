@@ -236,10 +236,13 @@ Json jumps_to_json(const ReportStream& stream) {
             constexpr double kMostFrames = 256;  // n_frames has eight bits
             if (rate) frame.frames_per_second = static_cast<unsigned>(std::min(std::ceil(rate->value()), kMostFrames));
         }
-        if (!frame.timecode && picture.timecode) {
+        if (frame.timecode && picture.timecode) {
+            frame.others.push_back(*picture.timecode);
+        } else if (picture.timecode) {
             frame.timecode = picture.timecode;
             pictures[place] = number;
         }
+        frame.others.insert(frame.others.end(), picture.others.begin(), picture.others.end());
     }
     Json json = Json::array();
     for (const TimecodeJump& jump : find_timecode_jumps(frames))

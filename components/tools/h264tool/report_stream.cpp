@@ -125,7 +125,25 @@ void ReportStream::select_sequence(const Sps& sps) {
     if (sequence.rate) sequence.tick = 0.5 / sequence.rate->value();
     sequence.nal = schedule(sps.sps, true, schedule_);
     sequence.vcl = schedule(sps.sps, false, schedule_);
+    std::size_t nal_schedules = 0;
+    std::size_t vcl_schedules = 0;
+    for (const HrdSchedule& one : hrd_schedules(sps.sps)) ++(one.nal ? nal_schedules : vcl_schedules);
+    nal_schedules_ = std::max(nal_schedules_, nal_schedules);
+    vcl_schedules_ = std::max(vcl_schedules_, vcl_schedules);
     sequence.low_delay = sps.sps.vui_parameters_present_flag != 0 && sps.sps.vui.low_delay_hrd_flag != 0;
+}
+
+std::string ReportStream::missing_schedule() const {
+    if (schedule_ == 0 || schedule_ < std::max(nal_schedules_, vcl_schedules_)) return {};
+    std::string reason = "there is no schedule " + std::to_string(schedule_) + ": ";
+    if (nal_schedules_ + vcl_schedules_ == 0) return reason + "no picture has HRD parameters";
+    const auto hrd = [](const char* name, std::size_t schedules) {
+        return schedules == 0 ? std::string()
+                              : std::string("the ") + name + " HRD has " + count_of(schedules, "schedule");
+    };
+    reason += hrd("NAL", nal_schedules_);
+    if (nal_schedules_ > 0 && vcl_schedules_ > 0) reason += " and ";
+    return reason + hrd("VCL", vcl_schedules_) + ", counted from 0";
 }
 
 void ReportStream::store(const SeiUnit&, const SeiMessage&, const SeiRecord& record, const sps_t& sps) {
@@ -177,10 +195,14 @@ void ReportStream::store_timing(const sei_pic_timing_t& timing, const sps_t& sps
         if (timestamp.seconds_flag != 0) seconds_ = timestamp.seconds_value;
         if (timestamp.minutes_flag != 0) minutes_ = timestamp.minutes_value;
         if (timestamp.hours_flag != 0) hours_ = timestamp.hours_value;
-        if (picture.timecode || !hours_ || !minutes_ || !seconds_) continue;
-        picture.timecode = PictureTimecode{{*hours_, *minutes_, *seconds_, timestamp.n_frames},
-                                           timestamp.counting_type == kNtscDropFrame || timestamp.cnt_dropped_flag != 0,
-                                           timestamp.discontinuity_flag != 0};
+        if (!hours_ || !minutes_ || !seconds_) continue;
+        const PictureTimecode timecode{{*hours_, *minutes_, *seconds_, timestamp.n_frames},
+                                       timestamp.counting_type == kNtscDropFrame || timestamp.cnt_dropped_flag != 0,
+                                       timestamp.discontinuity_flag != 0};
+        if (picture.timecode)
+            picture.others.push_back(timecode);
+        else
+            picture.timecode = timecode;
     }
 }
 

@@ -45,6 +45,7 @@ struct ReportPicture {
     std::optional<CpbInitialDelay> nal_delay;  // of a buffering period
     std::optional<CpbInitialDelay> vcl_delay;
     std::optional<PictureTimecode> timecode;  // its first one that is known in full
+    std::vector<PictureTimecode> others;      // those behind it
     std::optional<unsigned> cc_count;
     unsigned cc_active = 0;                  // triples that carry captions, not padding
     std::optional<int> active_format;        // -1 when active_format_flag is 0
@@ -78,6 +79,8 @@ public:
     const std::vector<ReportSequence>& sequences() const { return sequences_; }
     const std::vector<SetVersion>& sets() const { return sets_seen_; }
     std::uint64_t sets_left_out() const { return sets_left_out_; }
+    // Why there is nothing to look at in the HRDs, empty when there is; without HRDs schedule 0 will do.
+    std::string missing_schedule() const;
 
 private:
     void add_set(const NalUnit& unit) override;
@@ -96,6 +99,8 @@ private:
     std::vector<ReportPicture> pictures_;
     std::vector<ReportSequence> sequences_;
     std::vector<unsigned char> sequence_bytes_;
+    std::size_t nal_schedules_ = 0;  // most of a sequence
+    std::size_t vcl_schedules_ = 0;
     std::vector<SetVersion> sets_seen_;
     std::uint64_t sets_left_out_ = 0;
     // The content of the last set of a kind and id, and its place in sets_seen_.

@@ -68,6 +68,34 @@ private:
         known_ = true;
         rate_ = rate;
         elapsed_fields_ = 0;
+        look_at_others(i, number, rate);
+    }
+
+    // They count on from the frame's first timecode, at most to the end of the frame. One jump is told of a frame.
+    void look_at_others(std::size_t i, std::int64_t number, const TimecodeRate& rate) {
+        if (!jumps_.empty() && jumps_.back().frame == i) return;
+        const TimedFrame& frame = frames_[i];
+        for (const PictureTimecode& other : frame.others) {
+            if (!exists(other.timecode, rate) || other.drop_frame != frame.timecode->drop_frame) {
+                jumps_.push_back({i, std::nullopt});
+                return;
+            }
+            const std::int64_t step =
+                step_of_day(static_cast<std::int64_t>(frame_number(other.timecode, rate)) - number, rate);
+            if (step < 0 || step > (frame.fields + 1) / 2) {
+                jumps_.push_back({i, step});
+                return;
+            }
+        }
+    }
+
+    // The shorter way, across midnight or not.
+    static std::int64_t step_of_day(std::int64_t step, const TimecodeRate& rate) {
+        const auto day = static_cast<std::int64_t>(frame_number({23, 59, 59, rate.frames_per_second - 1}, rate)) + 1;
+        step %= day;
+        if (step > day / 2) step -= day;
+        if (step < -day / 2) step += day;
+        return step;
     }
 
     void begin(std::int64_t number) {
@@ -76,10 +104,7 @@ private:
     }
 
     void compare(std::size_t i, std::int64_t number, const TimecodeRate& rate, bool pairs) {
-        const auto day = static_cast<std::int64_t>(frame_number({23, 59, 59, rate.frames_per_second - 1}, rate)) + 1;
-        std::int64_t step = (number - number_) % day;
-        if (step > day / 2) step -= day;
-        if (step < -day / 2) step += day;
+        const std::int64_t step = step_of_day(number - number_, rate);
         // In fields, by which pictures that last three of them are no gap.
         std::int64_t step_fields = step * 2;
         if (pairs) {

@@ -71,8 +71,8 @@ AnnexBReader::Source again(const InputFile& input) {
 // Makes the changes one after the other, as they are wanted.
 class Edits {
 public:
-    Edits(const RewriteOptions& options, const PictureOrder& order, const InputFile& input)
-        : stream_(options, &order), reader_(again(input), RewriteStream::kept_bytes()) {}
+    Edits(const RewriteOptions& options, const RewriteStream& trial, const InputFile& input)
+        : stream_(options, &trial), reader_(again(input), RewriteStream::kept_bytes()) {}
 
     bool next(Edit& edit) {
         while (!stream_.take(change_)) {
@@ -108,7 +108,7 @@ int run(const Arguments& arguments, const RewriteOptions& options) {
         input.rewind();
         // How long a message becomes depends on its timecode.
         if (options.timecode) {
-            RewriteStream numbered(options, &trial.order());
+            RewriteStream numbered(options, &trial);
             try_changes(numbered, again(input));
         }
         progress.hide();
@@ -116,7 +116,7 @@ int run(const Arguments& arguments, const RewriteOptions& options) {
     });
 
     OutputFile output(arguments.output);
-    Edits edits(options, trial.order(), input);
+    Edits edits(options, trial, input);
     copy_with_edits(
         input, output, [&](Edit& edit) { return edits.next(edit); }, &progress);
     output.commit();
@@ -147,6 +147,9 @@ RewriteOptions interpret(const Arguments& arguments, const CLI::App& command) {
         if (!options.timecode)
             throw std::invalid_argument("'" + arguments.timecode +
                                         "' is no timecode HH:MM:SS:FF, or HH:MM:SS;FF for drop frame");
+        const Timecode& timecode = options.timecode->timecode;
+        if (timecode.hours > 23 || timecode.minutes > 59 || timecode.seconds > 59)
+            throw std::invalid_argument("there is no timecode " + arguments.timecode + " at any frame rate");
     });
     parse("--initial-cpb-removal-delay", [&] {
         std::set<unsigned> schedules;

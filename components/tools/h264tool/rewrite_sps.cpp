@@ -44,24 +44,29 @@ sps_t read(Bytes& payload) {
 
 // ITU-T H.264 A.3: Level 1b of the early profiles is level_idc 11 with constraint_set3_flag.
 void set_level(Bytes& payload, sps_t& wanted, const Level& level) {
+    constexpr unsigned char kLevel11 = 11;
     const bool early = wanted.profile_idc == 66 || wanted.profile_idc == 77 || wanted.profile_idc == 88;
     const bool set3 = (wanted.constraint_flags & 0x10) != 0;
     if (level_name(wanted) == level.name) return;
-    if (early && level.name == "1b")
+    if (early && !set3 && level.name == "1b")
         fail("--level: level 1b of the " + profile_name(wanted) +
              " profile is told by constraint_set3_flag, which cannot be changed");
-    if (early && set3)
-        fail("--level: constraint_set3_flag of " + name_of(wanted) +
-             " is 1, which is for level 1b in this profile and cannot be changed");
-    wanted.level_idc = level.level_idc;
+    if (early && set3 && level.level_idc == kLevel11)
+        fail("--level: level 1.1 would be read as level 1b, because constraint_set3_flag of " + name_of(wanted) +
+             " is 1, which cannot be changed");
+    if (early && set3 && wanted.level_idc == kLevel11)
+        fail("--level: level 1b of " + name_of(wanted) +
+             " is told by constraint_set3_flag, which has to be 0 at level " + level.name + " and cannot be changed");
+    wanted.level_idc = early && level.name == "1b" ? kLevel11 : level.level_idc;
     bitbuffer_t bits = bits_of(payload);
     set_sps_level_idc(&bits, &wanted);
 }
 
 std::uint64_t offset_of(const char* side, std::uint32_t pixels, std::uint64_t unit, const sps_t& sps) {
     if (pixels % unit == 0) return pixels / unit;
-    fail(format("--crop: %u pixels on the %s are no multiple of %" PRIu64 ", which is the crop unit of %s %s", pixels,
-                side, unit, chroma_format_name(sps).c_str(),
+    fail(format("--crop: %s on the %s %s no multiple of %" PRIu64 ", which is the crop unit of %s %s",
+                count_of(pixels, "pixel").c_str(), side, pixels == 1 ? "is" : "are", unit,
+                chroma_format_name(sps).c_str(),
                 sps.frame_mbs_only_flag != 0 ? "frames" : "pictures that may be fields"));
 }
 

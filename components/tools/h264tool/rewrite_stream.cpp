@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cinttypes>
 #include <stdexcept>
-#include <system_error>
 #include <utility>
 
 #include "insert_messages.h"
@@ -19,6 +18,7 @@ namespace h264tool {
 namespace {
 
 constexpr std::size_t kSliceBytes = 4096;  // enough for the longest header that a level allows
+constexpr std::size_t kSeiBytes = std::size_t{1} << 20;
 
 [[noreturn]] void refuse(const NalUnit& unit, const std::string& reason) {
     throw std::runtime_error(format("unit %" PRIu64 " at offset %" PRIu64 ": ", unit.number, unit.offset) + reason);
@@ -41,7 +41,8 @@ void about(const NalUnit& unit, const Action& action) {
 AnnexBReader::KeptBytes RewriteStream::kept_bytes() {
     AnnexBReader::KeptBytes kept{};
     for (const std::size_t type : {kSlice, kPartitionA, kIdrSlice}) kept[type] = kSliceBytes;
-    for (const std::size_t type : {kSei, kSps, kPps, kSubsetSps}) kept[type] = kUnitBeginning;
+    for (const std::size_t type : {kSps, kPps, kSubsetSps}) kept[type] = kUnitBeginning;
+    kept[kSei] = kSeiBytes;
     return kept;
 }
 
@@ -80,6 +81,8 @@ bool RewriteStream::add_sps(const NalUnit& unit) {
     has_sps_ = true;
     about(unit, [&] {
         RewrittenSps rewritten = rewrite_sps(unit, options_);
+        const Sps* const before = sets_.sps(rewritten.sps.seq_parameter_set_id);
+        if (options_.pic_struct && before->sps.vui.pic_struct_present_flag == 0) adds_pic_struct_ = true;
         changed_sps_.at(rewritten.sps.seq_parameter_set_id) = std::make_unique<sps_t>(rewritten.sps);
         if (!rewritten.unit.empty())
             pending_.push_back({{unit.offset, unit.length, std::move(rewritten.unit)}, std::nullopt});
@@ -88,40 +91,42 @@ bool RewriteStream::add_sps(const NalUnit& unit) {
 }
 
 bool RewriteStream::add_sei(const NalUnit& unit) {
-    SeiUnit sei = read_sei_unit(unit);
-    if (!options_.changes_sei()) return !sei.damaged;
+    const SeiUnit sei = read_sei_unit(unit);
+    if (!changes_timing() && options_.initial_cpb_delays.empty()) return !sei.damaged;
     if (sei.cut)
         refuse(unit, "the SEI unit is too long to be looked through: " + count_of(unit.length, "byte") + ", " +
-                         std::to_string(kUnitBeginning) + " are kept");
-    const auto is = [](std::uint64_t type) {
-        return [type](const SeiMessage& message) { return message.kind.payload_type == type; };
-    };
-    const bool timing = std::any_of(sei.messages.begin(), sei.messages.end(), is(kPicTiming));
-    if (timing && (options_.timecode || options_.pic_struct)) {
+                         std::to_string(kSeiBytes) + " are kept");
+    Pending pending{{unit.offset, unit.length, rewrite_periods(unit, sei)}, std::nullopt};
+    const bool timing = std::any_of(sei.messages.begin(), sei.messages.end(),
+                                    [](const SeiMessage& message) { return message.kind.payload_type == kPicTiming; });
+    if (timing && changes_timing()) {
         has_timing_ = true;
         if (sei.damaged) refuse(unit, "a message runs past the unit's end");
         if (waiting() != nullptr)
             refuse(unit, "it is the second picture timing message since the last picture that can be read");
-        pending_.push_back({{unit.offset, unit.length, {}}, unit});
-        return true;
+        pending.timing = unit;
     }
-    if (options_.initial_cpb_delays.empty()) return !sei.damaged;
-    std::vector<unsigned char> payload = sei.bytes;
-    for (const SeiMessage& message : sei.messages) {
-        if (message.kind.payload_type != kBufferingPeriod) continue;
-        has_buffering_period_ = true;
-        about(unit, [&] {
+    if (pending.timing || !pending.change.unit.empty()) pending_.push_back(std::move(pending));
+    return !sei.damaged;
+}
+
+// The unit with changed buffering period messages; empty when nothing changes.
+std::vector<unsigned char> RewriteStream::rewrite_periods(const NalUnit& unit, SeiUnit sei) {
+    std::vector<unsigned char> result;
+    if (options_.initial_cpb_delays.empty()) return result;
+    const std::vector<unsigned char> payload = sei.bytes;
+    about(unit, [&] {
+        for (const SeiMessage& message : sei.messages) {
+            if (message.kind.payload_type != kBufferingPeriod) continue;
+            has_buffering_period_ = true;
             PayloadReader in(std::vector<unsigned char>(sei.payload(message).begin(), sei.payload(message).end()));
             const std::uint64_t id = in.ue();
             const Sps* const sps = in.ok() && id <= ParameterSets::kMaxSpsId ? sets_.sps(id) : nullptr;
             rewrite_buffering_period(sei, message, sps != nullptr ? &sps->sps : nullptr, options_);
-        });
-    }
-    if (sei.bytes != payload)
-        about(unit, [&] {
-            pending_.push_back({{unit.offset, unit.length, with_payload(unit, sei.bytes)}, std::nullopt});
-        });
-    return !sei.damaged;
+        }
+        if (sei.bytes != payload) result = with_payload(unit, sei.bytes);
+    });
+    return result;
 }
 
 bool RewriteStream::add_slice(const NalUnit& unit) {
@@ -131,6 +136,8 @@ bool RewriteStream::add_slice(const NalUnit& unit) {
         if (const Pending* timing = waiting(); timing != nullptr)
             refuse(*timing->timing, "the slice behind the picture timing message, " +
                                         format("unit %" PRIu64, unit.number) + ", cannot be read: " + failure);
+        if (options_.timecode)
+            refuse(unit, "the slice cannot be read, so that the frames of the stream cannot be counted: " + failure);
         return false;
     }
     if (slice.redundant_pic_cnt > 0) return true;
@@ -151,13 +158,16 @@ void RewriteStream::begin_picture(const NalUnit& unit, const SliceIdentity& slic
     if (options_.timecode) {
         const sps_t* const changed = changed_sps_.at(sps.seq_parameter_set_id).get();
         check_rate(unit, changed != nullptr ? *changed : sps);
-        if (places_ == nullptr) {
+        if (trial_ == nullptr) {
             Slice header;
             if (!parse_slice(unit, sets_, header).empty()) header = Slice{};
             order_.add(header, slice);
         }
     }
-    if (timing != nullptr) rewrite_timing(*timing, slice);
+    if (timing != nullptr) {
+        rewrite_timing(*timing, slice);
+        if (options_.timecode && trial_ == nullptr) timed_.push_back(pictures_);
+    }
     ++pictures_;
 }
 
@@ -181,9 +191,9 @@ void RewriteStream::rewrite_timing(Pending& pending, const SliceIdentity& slice)
     if (options_.pic_struct && before.vui.pic_struct_present_flag == 0)
         change.pic_struct = static_cast<unsigned char>(picture_structure(slice));
     if (options_.timecode) {
-        const std::uint64_t frame = places_ != nullptr ? places_->place(pictures_).frame : 0;
-        const Timecode timecode = timecode_at(first_number_ + frame, timecode_rate_);
-        change.timecode = {timecode, timecode_rate_, frame > 0 && timecode == Timecode()};
+        const std::uint32_t frame = trial_ != nullptr ? trial_->order_.place(pictures_).frame : 0;
+        change.timecode = {timecode_at(first_number_ + frame, timecode_rate_), timecode_rate_,
+                           trial_ != nullptr && trial_->begins_day_.count(frame) > 0};
     }
     const NalUnit unit = *std::exchange(pending.timing, std::nullopt);
     if (!change.pic_struct && !change.timecode) return;
@@ -217,6 +227,20 @@ void RewriteStream::finish() {
     if (!options_.initial_cpb_delays.empty() && !has_buffering_period_)
         throw std::runtime_error("there is no buffering period message to change");
     order_.finish();
+    find_days();
+}
+
+// Of the frames that have a timecode, in output order, the first one of each day but that of the first frame.
+void RewriteStream::find_days() {
+    std::set<std::uint32_t> frames;
+    for (const std::size_t picture : timed_) frames.insert(order_.place(picture).frame);
+    const std::uint64_t frames_a_day = frame_number({24, 0, 0, 0}, timecode_rate_);
+    std::optional<std::uint64_t> last_day;
+    for (const std::uint32_t frame : frames) {
+        const std::uint64_t day = (first_number_ + frame) / frames_a_day;
+        if (last_day && day != *last_day) begins_day_.insert(frame);
+        last_day = day;
+    }
 }
 
 }  // namespace h264tool

@@ -32,6 +32,7 @@ std::string quoted(std::string_view word) { return '\'' + std::string(word.subst
 
 SccLine parse_line(std::string_view text, std::size_t number) {
     SccLine line;
+    line.number = number;
     const std::string_view start = next_word(text);
     const auto timecode = parse_timecode(start);
     if (!timecode) fail(number, quoted(start) + " is no timecode HH:MM:SS:FF");
@@ -56,7 +57,7 @@ std::vector<SccLine> read_scc(std::istream& in) {
     std::vector<SccLine> lines;
     std::string text;
     std::size_t number = 1;
-    if (!std::getline(in, text)) fail(number, "the file is empty");
+    if (!std::getline(in, text)) fail(number, in.bad() ? "cannot be read" : "the file is empty");
     std::string_view header = text;
     if (header.starts_with(kByteOrderMark)) header.remove_prefix(kByteOrderMark.size());
     header = header.substr(0, header.find_last_not_of(kBlanks) + 1);

@@ -19,6 +19,7 @@ struct SccLine {
     Timecode start;
     bool drop_frame = false;
     std::vector<std::uint16_t> pairs;  // sent in this frame and those that follow; the first byte in the high half
+    std::size_t number = 0;            // of the line in its file, from 1
 
     bool operator==(const SccLine&) const = default;
 };

@@ -39,14 +39,20 @@ function sequenceOf(picture) {
     return report.sequences.findLast(sequence => sequence.first <= picture);
 }
 
-// Seconds a field by the sequences' rates; without a rate charts count pictures instead.
-const hasTime = report.sequences.length > 0 && report.sequences.every(sequence => sequence.rate !== null);
+// Seconds a picture by the sequences' rates. A sequence without one goes on at the rate before it, at the beginning at
+// the first there is; without any rate charts count pictures instead.
+let shownRate = report.sequences.find(sequence => sequence.rate !== null)?.rate ?? null;
+const hasTime = shownRate !== null;
 const durations = new Float64Array(pictureCount);
+const assumed = new Uint8Array(pictureCount);
 report.sequences.forEach((sequence, i) => {
     const end = i + 1 < report.sequences.length ? report.sequences[i + 1].first : pictureCount;
-    for (let p = sequence.first; p < end; ++p)
-        durations[p] = hasTime ? columns.fields[p] * sequence.rate[1] / sequence.rate[0] / 2 : 1;
+    shownRate = sequence.rate ?? shownRate;
+    durations.fill(1, sequence.first, end);
+    for (let p = sequence.first; hasTime && p < end; ++p) durations[p] = columns.fields[p] * shownRate[1] / shownRate[0] / 2;
+    if (sequence.rate === null) assumed.fill(1, sequence.first, end);
 });
+const assumedCount = assumed.filter(Boolean).length;
 
 // An order of the pictures: the picture at each place, the place of each picture, and where each place begins.
 function makeOrder(pictures) {
@@ -79,19 +85,22 @@ for (let p = 0; p < pictureCount; ++p) {
     pictureBytes += columns.bytes[p];
 }
 
-// Bits in the second that ends with each picture, in decoding order. Of a shorter stream the mean.
+// Bits in the second that ends with each picture, in decoding order; none where a picture's rate is not known. Of a
+// shorter stream the mean.
 function slidingRate() {
     const rates = new Float64Array(pictureCount).fill(NaN);
     if (!hasTime) return rates;
-    if (streamEnd < 1) return rates.fill(8 * pictureBytes / streamEnd);
+    if (streamEnd < 1) return assumedCount > 0 ? rates : rates.fill(8 * pictureBytes / streamEnd);
     const slack = 1e-6;
     let sum = 0;
     let first = 0;
+    let lastAssumed = -1;
     for (let p = 0; p < pictureCount; ++p) {
         sum += columns.bytes[p];
+        if (assumed[p]) lastAssumed = p;
         const end = decoding.begins[p] + durations[p];
         while (decoding.begins[first] < end - 1 - slack) sum -= columns.bytes[first++];
-        if (end >= 1 - slack) rates[p] = 8 * sum;
+        if (end >= 1 - slack && first > lastAssumed) rates[p] = 8 * sum;
     }
     return rates;
 }
@@ -120,6 +129,7 @@ for (let i = 0, last = -1, expected = 0; i < pictureCount; ++i) {
         last = p;
     }
     expected += 1e6 * durations[p];
+    if (assumed[p]) last = -1;
 }
 
 // The last place of an order that begins at a position or before it.

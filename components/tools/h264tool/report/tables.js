@@ -36,7 +36,8 @@ function showFacts() {
     const count = letter => report.types.split(letter).length - 1;
     facts.push(["Size", grouped(report.size) + " bytes"]);
     if (hasTime && pictureCount > 0)
-        facts.push(["Duration", timeText(streamEnd), "mean bit rate " + short(8 * report.size / streamEnd) + "bit/s"]);
+        facts.push(["Duration", timeText(streamEnd), assumedCount > 0 ? "the frame rate is not known throughout" :
+            "mean bit rate " + short(8 * report.size / streamEnd) + "bit/s"]);
     facts.push(["Pictures", grouped(pictureCount),
                 grouped(count("D") + count("I")) + " I, " + grouped(count("P")) + " P, " + grouped(count("B")) + " B"]);
     if (pictureCount > 0) {
@@ -89,10 +90,23 @@ function showProblems() {
     if (report.damaged_units > 0)
         counts.push(grouped(report.damaged_units) + (report.damaged_units === 1 ? " unit" : " units") + " that cannot be parsed");
     section.className = counts.length > 0 ? "bad" : "";
-    const checked = report.hrds.map(hrd => hrd.name + " buffer").concat(columns.timecode.some(t => !isNaN(t)) ? ["timecodes"] : []);
+    const checked = [];
+    const unchecked = [];
+    for (const hrd of report.hrds) {
+        const count = hrd.removal.filter(time => !isNaN(time)).length;
+        if (count > 0) checked.push(hrd.name + " buffer");
+        if (count === 0) unchecked.push(hrd.name + " buffer not checked: no removal time is known");
+        else if (count < pictureCount)
+            unchecked.push(hrd.name + " buffer checked at " + grouped(count) + " of " + grouped(pictureCount) + " pictures");
+    }
+    if (columns.timecode.some(t => !isNaN(t))) checked.push("timecodes");
     section.append(element("strong", {textContent: counts.length > 0 ? counts.join(", ") :
         checked.length > 0 ? "Nothing amiss: " + checked.join(", ") : "No HRD timing and no timecodes to look at"}));
     const list = element("ul", {});
+    if (assumedCount > 0)
+        unchecked.push(hasTime ? grouped(assumedCount) + " of " + grouped(pictureCount) + " pictures without a frame rate: " +
+            "times go on at the rate beside them" : "No frame rate: pictures in place of times, no bit rate");
+    for (const text of unchecked) list.append(element("li", {textContent: text}));
     for (const [name, entries] of found) {
         for (const [p, string] of entries.slice(0, kMostEntries))
             list.append(element("li", {}, element("button", {type: "button", textContent: string, onclick: () => goTo(p)})));
