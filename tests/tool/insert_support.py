@@ -1,12 +1,9 @@
 """What the tests of h264tool insert share: streams to insert into, and readers of what was inserted."""
 
-import os
-import tempfile
-
 import stream_builder as build
 from h264_writer import split
 from picture_builder import Pps, Slice
-from runner import TestCase, feed, run
+from runner import TestCase, feed
 
 UUID = "00112233-4455-6677-8899-aabbccddeeff"
 CAPTIONS, TIMING, AFD, PRECISION, USER_DATA = "captions", "timing", "afd", "precision", "user data"
@@ -125,18 +122,7 @@ class InsertTestCase(TestCase):
         return result.stdout
 
     def refuse(self, stream, reason, *options):
-        """The run is refused; nothing is left behind, and what was there is still there."""
-        with tempfile.TemporaryDirectory() as directory:
-            names = [os.path.join(directory, name) for name in ("in", "new", "old")]
-            for name, content in ((names[0], stream), (names[2], b"old")):
-                with open(name, "wb") as file:
-                    file.write(content)
-            for name in names[1:]:
-                self.assert_result(run("insert", names[0], "-o", name, *options), 2,
-                                   "h264tool: %s\n" % reason.replace("IN", names[0]))
-            self.assertEqual(sorted(os.listdir(directory)), ["in", "old"])
-            with open(names[2], "rb") as file:
-                self.assertEqual(file.read(), b"old")
+        self.assert_refused("insert", stream, reason, *options)
 
     def kinds(self, stream):
         return [kind_of(unit) for unit in split(stream)]

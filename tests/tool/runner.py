@@ -5,6 +5,7 @@ import os
 import re
 import subprocess
 import sys
+import tempfile
 import unittest
 
 import stream_builder as build
@@ -55,6 +56,21 @@ class TestCase(unittest.TestCase):
 
     def assert_result(self, result, status, stderr):
         self.assertEqual((result.returncode, result.stderr.decode()), (status, stderr))
+
+    def assert_refused(self, command, stream, message, *options):
+        """The run writes nothing: nothing is left behind, and what was there is still there. IN in the message is the
+        input's name."""
+        with tempfile.TemporaryDirectory() as directory:
+            names = [os.path.join(directory, name) for name in ("in", "new", "old")]
+            for name, content in ((names[0], stream), (names[2], b"old")):
+                with open(name, "wb") as file:
+                    file.write(content)
+            for name in names[1:]:
+                self.assert_result(run(command, names[0], "-o", name, *options), 2,
+                                   "h264tool: %s\n" % message.replace("IN", names[0]))
+            self.assertEqual(sorted(os.listdir(directory)), ["in", "old"])
+            with open(names[2], "rb") as file:
+                self.assertEqual(file.read(), b"old")
 
     def assert_golden(self, name, result):
         text = without_addresses(result.stdout.decode())
