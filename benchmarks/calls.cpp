@@ -55,7 +55,9 @@ std::array<vanc_t, 20> caption_entries() {
 
 constexpr std::array<unsigned char, 16> kUuid{0x4B, 0x1F, 0x73, 0x5D, 0x9E, 0x08, 0x42, 0xAC,
                                               0x8C, 0x55, 0x61, 0x37, 0xD2, 0x0B, 0x90, 0xE4};
-constexpr std::array<unsigned char, 40> kUserData{'u', 's', 'e', 'r'};
+constexpr std::string_view kUserData = "camera 3, lens 85 mm, take 14 of scene 7";
+static_assert(kUserData.size() == 40);
+const auto* const kUserBytes = reinterpret_cast<const unsigned char*>(kUserData.data());
 
 // Both walk a unit and read what they find.
 void read_messages(const Bytes& unit, const sps_t& sps, int expected) {
@@ -130,7 +132,7 @@ Samples load() {
     const auto entries = caption_entries();
     // The caption reader takes units of up to 128 bytes.
     add(format_sei_cc_nal(area.data(), size, entries.data(), sizeof entries, 10, nullptr));
-    add(format_sei_user_data_unregistered_nal(area.data(), size, kUuid.data(), kUserData.data(), 16));
+    add(format_sei_user_data_unregistered_nal(area.data(), size, kUuid.data(), kUserBytes, 16));
     unit.push_back(0x80);
     return samples;
 }
@@ -213,7 +215,7 @@ std::vector<Call> calls() {
         require(format_sei_afd_nal(area->data(), size, &entry, sizeof entry) > 0, "write_afd");
     });
     add("write_user_data", [area, size] {
-        require(format_sei_user_data_unregistered_nal(area->data(), size, kUuid.data(), kUserData.data(), 40) > 0,
+        require(format_sei_user_data_unregistered_nal(area->data(), size, kUuid.data(), kUserBytes, 40) > 0,
                 "write_user_data");
     });
     add("write_precision_time", [area, size] {

@@ -13,49 +13,74 @@ using h264::has_bits;
 using h264::is_emitted;
 using h264::kByteTraceLevel;
 
-// Values and scratch areas are left-aligned: n bits of a Width-bit value fill the first n bits of the string.
-template <unsigned int Width, typename T>
-int read_unsigned(bitbuffer_t* bb, unsigned int n, T* value) {
-    if (bb == nullptr || n == 0 || n > Width) return -1;
-    std::uint64_t bits = 0;
-    if (is_emitted(kByteTraceLevel)) {
-        unsigned char scratch[8] = {};
-        if (GetNextNBitsAsStringEx(bb, n, scratch, sizeof scratch) != 0) return -1;
-        bits = h264::load_big_endian(scratch) >> (64 - n);
-    } else {
-        if (!has_bits(*bb, n)) return -1;
-        bits = h264::peek_bits(*bb, n);
-        bb->bit_offset += n;
-    }
+// Bits of the shortest fields: a signed one has a sign and a magnitude.
+constexpr unsigned int kLeastUnsigned = 1;
+constexpr unsigned int kLeastSigned = 2;
+
+// Whether n bits, which a value of Width bits can hold, are there, far from the end, and nothing is to be reported
+// about them. The functions take this path first; what else there may be is left to those below.
+template <unsigned int Width>
+bool is_plain_field(const bitbuffer_t* bb, unsigned int n) {
+    return bb != nullptr && n - 1 < Width && !is_emitted(kByteTraceLevel) && has_bits(*bb, 64);
+}
+
+template <typename T>
+int read_silently(bitbuffer_t& bb, unsigned int n, T* value) {
+    const std::uint64_t bits = h264::peek_bits(bb, n);
+    bb.bit_offset += n;
     if (value != nullptr) *value = static_cast<T>(bits);
     return 0;
 }
 
-template <unsigned int Width>
-int write_unsigned(bitbuffer_t* bb, unsigned int n, std::uint64_t value) {
-    if (bb == nullptr || n == 0 || n > Width) return -1;
-    if (is_emitted(kByteTraceLevel)) {
-        unsigned char scratch[8];
-        h264::store_big_endian(scratch, value << (64 - n));
-        return SetNextNBitsFromString(bb, n, scratch);
-    }
-    if (!has_bits(*bb, n)) return -1;
-    h264::put_bits(*bb, n, value);
+template <typename T>
+int read_signed_silently(bitbuffer_t& bb, unsigned int n, T* value) {
+    const auto bits = static_cast<std::int64_t>(h264::peek_bits(bb, n) << (64 - n));
+    bb.bit_offset += n;
+    if (value != nullptr) *value = static_cast<T>(bits >> (64 - n));
     return 0;
+}
+
+int write_silently(bitbuffer_t& bb, unsigned int n, std::uint64_t value) {
+    h264::put_bits(bb, n, value);
+    return 0;
+}
+
+// function: the one that was called, under whose name its preconditions are reported; fits: that on n. Scratch areas
+// are left-aligned: n bits of a value fill the first n bits of the string.
+template <unsigned int Width, typename T>
+[[gnu::noinline]] int read_unsigned(bitbuffer_t* bb, unsigned int n, T* value, const char* function, const char* fits) {
+    DO_ASSERT_AS(function, bb != NULL);
+    if (n > Width) _DoAssert(fits, function, kModuleFile, __LINE__);
+    if (bb == nullptr || n < kLeastUnsigned || n > Width) return -1;
+    if (!is_emitted(kByteTraceLevel)) return has_bits(*bb, n) ? read_silently(*bb, n, value) : -1;
+    unsigned char scratch[8] = {};
+    if (GetNextNBitsAsStringEx(bb, n, scratch, sizeof scratch) != 0) return -1;
+    if (value != nullptr) *value = static_cast<T>(h264::load_big_endian(scratch) >> (64 - n));
+    return 0;
+}
+
+// least: the bits of the shortest field.
+template <unsigned int Width>
+[[gnu::noinline]] int write_bits(bitbuffer_t* bb, unsigned int n, std::uint64_t value, unsigned int least,
+                                 const char* function, const char* fits) {
+    DO_ASSERT_AS(function, bb != NULL);
+    if (n > Width) _DoAssert(fits, function, kModuleFile, __LINE__);
+    if (bb == nullptr || n < least || n > Width) return -1;
+    if (!is_emitted(kByteTraceLevel)) return has_bits(*bb, n) ? write_silently(*bb, n, value) : -1;
+    unsigned char scratch[8];
+    h264::store_big_endian(scratch, value << (64 - n));
+    return SetNextNBitsFromString(bb, n, scratch);
 }
 
 // A sign bit and n - 1 magnitude bits. With n = Width + 1 the magnitude fills the type.
 template <unsigned int Width, typename T, typename Unsigned>
-int read_signed(bitbuffer_t* bb, unsigned int n, T* value,
-                int (*read_magnitude)(bitbuffer_t*, unsigned int, Unsigned*)) {
-    if (bb == nullptr || n < 2) return -1;
-    if (n <= Width && !is_emitted(kByteTraceLevel)) {
-        if (!has_bits(*bb, n)) return -1;
-        const auto bits = static_cast<std::int64_t>(h264::peek_bits(*bb, n) << (64 - n));
-        bb->bit_offset += n;
-        if (value != nullptr) *value = static_cast<T>(bits >> (64 - n));
-        return 0;
-    }
+[[gnu::noinline]] int read_signed(bitbuffer_t* bb, unsigned int n, T* value,
+                                  int (*read_magnitude)(bitbuffer_t*, unsigned int, Unsigned*), const char* function,
+                                  const char* fits) {
+    DO_ASSERT_AS(function, bb != NULL);
+    if (n > Width) _DoAssert(fits, function, kModuleFile, __LINE__);
+    if (bb == nullptr || n < kLeastSigned) return -1;
+    if (n <= Width && !is_emitted(kByteTraceLevel)) return has_bits(*bb, n) ? read_signed_silently(*bb, n, value) : -1;
     const unsigned int start = bb->bit_offset;
     int sign = 0;
     Unsigned magnitude = 0;
@@ -67,107 +92,90 @@ int read_signed(bitbuffer_t* bb, unsigned int n, T* value,
     return 0;
 }
 
-template <unsigned int Width>
-int write_signed(bitbuffer_t* bb, unsigned int n, std::int64_t value) {
-    return n < 2 ? -1 : write_unsigned<Width>(bb, n, static_cast<std::uint64_t>(value));
-}
-
 }  // namespace
 
 int GetNextNBitsAsUint8(bitbuffer_t* bb, unsigned int n, unsigned char* value) {
-    DO_ASSERT(bb != NULL);
-    DO_ASSERT(n <= 8);
-    return read_unsigned<8>(bb, n, value);
+    if (is_plain_field<8>(bb, n)) return read_silently(*bb, n, value);
+    return read_unsigned<8>(bb, n, value, __func__, "n <= 8");
 }
 
 int SetNextNBitsFromUint8(bitbuffer_t* bb, unsigned int n, unsigned char value) {
-    DO_ASSERT(bb != NULL);
-    DO_ASSERT(n <= 8);
-    return write_unsigned<8>(bb, n, value);
+    if (is_plain_field<8>(bb, n)) return write_silently(*bb, n, value);
+    return write_bits<8>(bb, n, value, kLeastUnsigned, __func__, "n <= 8");
 }
 
 int GetNextNBitsAsUint16(bitbuffer_t* bb, unsigned int n, unsigned short* value) {
-    DO_ASSERT(bb != NULL);
-    DO_ASSERT(n <= 16);
-    return read_unsigned<16>(bb, n, value);
+    if (is_plain_field<16>(bb, n)) return read_silently(*bb, n, value);
+    return read_unsigned<16>(bb, n, value, __func__, "n <= 16");
 }
 
 int SetNextNBitsFromUint16(bitbuffer_t* bb, unsigned int n, unsigned short value) {
-    DO_ASSERT(bb != NULL);
-    DO_ASSERT(n <= 16);
-    return write_unsigned<16>(bb, n, value);
+    if (is_plain_field<16>(bb, n)) return write_silently(*bb, n, value);
+    return write_bits<16>(bb, n, value, kLeastUnsigned, __func__, "n <= 16");
 }
 
 int GetNextNBitsAsUint32(bitbuffer_t* bb, unsigned int n, unsigned long* value) {
-    DO_ASSERT(bb != NULL);
-    DO_ASSERT(n <= 32);
-    return read_unsigned<32>(bb, n, value);
+    if (is_plain_field<32>(bb, n)) return read_silently(*bb, n, value);
+    return read_unsigned<32>(bb, n, value, __func__, "n <= 32");
 }
 
 int SetNextNBitsFromUint32(bitbuffer_t* bb, unsigned int n, unsigned long value) {
-    DO_ASSERT(bb != NULL);
-    DO_ASSERT(n <= 32);
-    return write_unsigned<32>(bb, n, value);
+    if (is_plain_field<32>(bb, n)) return write_silently(*bb, n, value);
+    return write_bits<32>(bb, n, value, kLeastUnsigned, __func__, "n <= 32");
 }
 
 int GetNextNBitsAsUint64(bitbuffer_t* bb, unsigned int n, unsigned long long* value) {
-    DO_ASSERT(bb != NULL);
-    DO_ASSERT(n <= 64);
-    return read_unsigned<64>(bb, n, value);
+    if (is_plain_field<64>(bb, n)) return read_silently(*bb, n, value);
+    return read_unsigned<64>(bb, n, value, __func__, "n <= 64");
 }
 
 int SetNextNBitsFromUint64(bitbuffer_t* bb, unsigned int n, unsigned long long value) {
-    DO_ASSERT(bb != NULL);
-    DO_ASSERT(n <= 64);
-    return write_unsigned<64>(bb, n, value);
+    if (is_plain_field<64>(bb, n)) return write_silently(*bb, n, value);
+    return write_bits<64>(bb, n, value, kLeastUnsigned, __func__, "n <= 64");
 }
 
 int GetNextNBitsAsInt8(bitbuffer_t* bb, unsigned int n, char* value) {
-    DO_ASSERT(bb != NULL);
-    DO_ASSERT(n <= 8);
-    return read_signed<8>(bb, n, value, GetNextNBitsAsUint8);
+    if (n >= kLeastSigned && is_plain_field<8>(bb, n)) return read_signed_silently(*bb, n, value);
+    return read_signed<8>(bb, n, value, GetNextNBitsAsUint8, __func__, "n <= 8");
 }
 
 int SetNextNBitsFromInt8(bitbuffer_t* bb, unsigned int n, char value) {
-    DO_ASSERT(bb != NULL);
-    DO_ASSERT(n <= 8);
-    return write_signed<8>(bb, n, value);
+    const auto bits = static_cast<std::uint64_t>(value);
+    if (n >= kLeastSigned && is_plain_field<8>(bb, n)) return write_silently(*bb, n, bits);
+    return write_bits<8>(bb, n, bits, kLeastSigned, __func__, "n <= 8");
 }
 
 int GetNextNBitsAsInt16(bitbuffer_t* bb, unsigned int n, short* value) {
-    DO_ASSERT(bb != NULL);
-    DO_ASSERT(n <= 16);
-    return read_signed<16>(bb, n, value, GetNextNBitsAsUint16);
+    if (n >= kLeastSigned && is_plain_field<16>(bb, n)) return read_signed_silently(*bb, n, value);
+    return read_signed<16>(bb, n, value, GetNextNBitsAsUint16, __func__, "n <= 16");
 }
 
 int SetNextNBitsFromInt16(bitbuffer_t* bb, unsigned int n, short value) {
-    DO_ASSERT(bb != NULL);
-    DO_ASSERT(n <= 16);
-    return write_signed<16>(bb, n, value);
+    const auto bits = static_cast<std::uint64_t>(value);
+    if (n >= kLeastSigned && is_plain_field<16>(bb, n)) return write_silently(*bb, n, bits);
+    return write_bits<16>(bb, n, bits, kLeastSigned, __func__, "n <= 16");
 }
 
 int GetNextNBitsAsInt32(bitbuffer_t* bb, unsigned int n, long* value) {
-    DO_ASSERT(bb != NULL);
-    DO_ASSERT(n <= 32);
-    return read_signed<32>(bb, n, value, GetNextNBitsAsUint32);
+    if (n >= kLeastSigned && is_plain_field<32>(bb, n)) return read_signed_silently(*bb, n, value);
+    return read_signed<32>(bb, n, value, GetNextNBitsAsUint32, __func__, "n <= 32");
 }
 
 int SetNextNBitsFromInt32(bitbuffer_t* bb, unsigned int n, long value) {
-    DO_ASSERT(bb != NULL);
-    DO_ASSERT(n <= 32);
-    return write_signed<32>(bb, n, value);
+    const auto bits = static_cast<std::uint64_t>(value);
+    if (n >= kLeastSigned && is_plain_field<32>(bb, n)) return write_silently(*bb, n, bits);
+    return write_bits<32>(bb, n, bits, kLeastSigned, __func__, "n <= 32");
 }
 
 int GetNextNBitsAsInt64(bitbuffer_t* bb, unsigned int n, long long* value) {
-    DO_ASSERT(bb != NULL);
-    DO_ASSERT(n <= 64);
-    return read_signed<64>(bb, n, value, GetNextNBitsAsUint64);
+    if (n >= kLeastSigned && is_plain_field<64>(bb, n)) return read_signed_silently(*bb, n, value);
+    return read_signed<64>(bb, n, value, GetNextNBitsAsUint64, __func__, "n <= 64");
 }
 
 int SetNextNBitsFromInt64(bitbuffer_t* bb, unsigned int n, long long value) {
-    DO_ASSERT(bb != NULL);
-    DO_ASSERT(n <= 64);
-    return write_signed<64>(bb, n, value);
+    const auto bits = static_cast<std::uint64_t>(value);
+    if (n >= kLeastSigned && is_plain_field<64>(bb, n)) return write_silently(*bb, n, bits);
+    return write_bits<64>(bb, n, bits, kLeastSigned, __func__, "n <= 64");
 }
 
 int CountConsecutiveBits(bitbuffer_t* bb, unsigned int test_value, unsigned int* num) {

@@ -30,6 +30,24 @@ inline std::uint64_t size_bytes(const bitbuffer_t& bb) {
 // Whether n bits are left. Also right for a position behind the end.
 inline bool has_bits(const bitbuffer_t& bb, std::uint64_t n) { return bb.bit_offset + n <= bb.num_bits; }
 
+// From 1 to 7 bytes, first byte on top.
+inline std::uint64_t load_few(const unsigned char* bytes, std::uint64_t count) {
+    std::uint64_t value = 0;
+    for (std::uint64_t i = 0; i < count; ++i) value = value << NUM_BITS_IN_BYTE | bytes[i];
+    return value << (64 - NUM_BITS_IN_BYTE * count);
+}
+
+// The bits at the position, which is in the area, first bit on top: at least min(57, bits left).
+inline std::uint64_t peek_window(const bitbuffer_t& bb) {
+    const std::uint64_t first = bb.bit_offset / NUM_BITS_IN_BYTE;
+    const unsigned int shift = bb.bit_offset % NUM_BITS_IN_BYTE;
+    if (has_bits(bb, 64)) return load_big_endian(bb.bit_buffer + first) << shift;
+    if (bb.num_bits < 64) return load_few(bb.bit_buffer + first, size_bytes(bb) - first) << shift;
+    // The last eight bytes, without those before the position.
+    const std::uint64_t start = std::min(first, size_bytes(bb) - 8);
+    return load_big_endian(bb.bit_buffer + start) << (bb.bit_offset - NUM_BITS_IN_BYTE * start);
+}
+
 // Bits at the position, first bit on top, the rest zero.
 struct BitWindow {
     std::uint64_t bits;
@@ -39,53 +57,40 @@ struct BitWindow {
 // The bits at the position, without advancing.
 inline BitWindow peek(const bitbuffer_t& bb) {
     if (bb.bit_offset >= bb.num_bits) return {0, 0};
-    const std::uint64_t first = bb.bit_offset / NUM_BITS_IN_BYTE;
-    const unsigned int shift = bb.bit_offset % NUM_BITS_IN_BYTE;
-    const std::uint64_t left = bb.num_bits - bb.bit_offset;
-    const std::uint64_t bytes_left = size_bytes(bb) - first;
-    std::uint64_t bits = 0;
-    if (bytes_left >= sizeof bits) {
-        bits = load_big_endian(bb.bit_buffer + first);
-    } else {
-        for (std::uint64_t i = 0; i < bytes_left; ++i)
-            bits |= std::uint64_t{bb.bit_buffer[first + i]} << (56 - NUM_BITS_IN_BYTE * i);
-    }
-    return {bits << shift, static_cast<unsigned int>(std::min<std::uint64_t>(64 - shift, left))};
+    return {peek_window(bb), std::min(64 - bb.bit_offset % NUM_BITS_IN_BYTE, bb.num_bits - bb.bit_offset)};
 }
 
 // The n bits at the position, without advancing; n from 1 to 64, all in the area.
 inline std::uint64_t peek_bits(const bitbuffer_t& bb, unsigned int n) {
-    std::uint64_t bits = peek(bb).bits;
+    std::uint64_t bits = peek_window(bb);
     const unsigned int shift = bb.bit_offset % NUM_BITS_IN_BYTE;
     if (n + shift > 64) bits |= bb.bit_buffer[bb.bit_offset / NUM_BITS_IN_BYTE + 8] >> (NUM_BITS_IN_BYTE - shift);
     return bits >> (64 - n);
 }
 
+// Writes bits where mask has ones, over the bytes from the position's on, which are first in both; the last of the
+// bytes that mask touches is in the area.
+[[gnu::noinline]] inline void put_last_bytes(unsigned char* bytes, std::uint64_t mask, std::uint64_t bits) {
+    for (; mask != 0; mask <<= NUM_BITS_IN_BYTE, bits <<= NUM_BITS_IN_BYTE, ++bytes)
+        *bytes = static_cast<unsigned char>((*bytes & ~(mask >> 56)) | bits >> 56);
+}
+
 // Writes the low n bits of value at the position and advances; n from 1 to 64, all in the area.
 inline void put_bits(bitbuffer_t& bb, unsigned int n, std::uint64_t value) {
-    const std::uint64_t first = bb.bit_offset / NUM_BITS_IN_BYTE;
     const unsigned int shift = bb.bit_offset % NUM_BITS_IN_BYTE;
     const std::uint64_t bits = value << (64 - n);
     const std::uint64_t mask = ~std::uint64_t{0} << (64 - n);
-    unsigned char* const bytes = bb.bit_buffer + first;
+    unsigned char* const bytes = bb.bit_buffer + bb.bit_offset / NUM_BITS_IN_BYTE;
+    const bool whole_window = has_bits(bb, 64);
     bb.bit_offset += n;
 
-    const std::uint64_t window_mask = mask >> shift;
-    const std::uint64_t window_bits = bits >> shift;
-    if (size_bytes(bb) - first >= sizeof bits) {
-        store_big_endian(bytes, (load_big_endian(bytes) & ~window_mask) | window_bits);
-    } else {
-        const unsigned int touched = DIVIDE_AND_CEIL(shift + n, NUM_BITS_IN_BYTE);
-        for (unsigned int i = 0; i < touched; ++i) {
-            const unsigned int down = 56 - NUM_BITS_IN_BYTE * i;
-            bytes[i] = static_cast<unsigned char>((bytes[i] & ~(window_mask >> down)) | (window_bits >> down & 0xFF));
-        }
-    }
+    if (whole_window)
+        store_big_endian(bytes, (load_big_endian(bytes) & ~(mask >> shift)) | bits >> shift);
+    else
+        put_last_bytes(bytes, mask >> shift, bits >> shift);
     if (shift + n > 64) {
         const unsigned int up = 64 - shift;  // bits that went into the window
-        const auto last_mask = static_cast<unsigned char>(mask << up >> 56);
-        const auto last_bits = static_cast<unsigned char>(bits << up >> 56);
-        bytes[8] = static_cast<unsigned char>((bytes[8] & ~last_mask) | last_bits);
+        put_last_bytes(bytes + 8, mask << up, bits << up);
     }
 }
 

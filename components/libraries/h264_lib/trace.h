@@ -57,6 +57,12 @@ constexpr int low32s(T value) {
         if (!(expression)) _DoAssert(#expression, __func__, kModuleFile, __LINE__); \
     } while (0)
 
+// The same for code that several functions share: function is the name of the one that was called.
+#define DO_ASSERT_AS(function, expression)                                            \
+    do {                                                                              \
+        if (!(expression)) _DoAssert(#expression, (function), kModuleFile, __LINE__); \
+    } while (0)
+
 // The same in a function that knows its caller's location as func, file and line.
 #define DO_ASSERT_EX(expression)                                                                        \
     do {                                                                                                \

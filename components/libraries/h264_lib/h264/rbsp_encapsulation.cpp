@@ -10,11 +10,10 @@ namespace {
 
 using h264::kBlockBytes;
 using h264::kBlockReach;
+using h264::kWordBytes;
 
 constexpr unsigned char kEmulationPrevention = 3;
-// Bytes that are moved singly before it is tried again to move more at a time.
-constexpr std::size_t kSingleBytes = 16;
-
+constexpr unsigned char kUpToThree = 0xFC;  // the bits that are 0 in bytes from 0 to 3
 // Of candidates in a row, every second one: an emulation prevention byte ends the run of zeros before it, so that the
 // byte next to the one it protects needs none.
 std::uint64_t every_second(std::uint64_t candidates) {
@@ -34,13 +33,9 @@ public:
     // False when there is no room for the byte at in_, or for the emulation prevention byte before it.
     bool run() {
         while (in_ < in_end_) {
-            if (zeros_ == 0 && !copy_sparse()) return false;
-            if (has_block()) {
-                while (has_block() && move_block()) {
-                }
-            } else if (!move_bytes()) {
-                return false;
-            }
+            if (!dense_ && zeros_ == 0 && left() >= h264::kSearchedBytes && !copy_sparse()) return false;
+            const bool has_block = std::min(left(), room()) >= kBlockBytes;
+            if ((!has_block || !move_block()) && !move_bytes()) return false;
         }
         return true;
     }
@@ -51,10 +46,6 @@ private:
     std::size_t left() const { return static_cast<std::size_t>(in_end_ - in_); }
 
     std::size_t room() const { return out_ < out_end_ ? static_cast<std::size_t>(out_end_ - out_) : 0; }
-
-    // Whether a block may be moved without looking at the room again: with an emulation prevention byte for every two
-    // of its bytes there is still room for what makes the copies' surplus disappear.
-    bool has_block() const { return left() >= kBlockReach && room() >= 2 * kBlockReach; }
 
     // Copies up to the next byte that may need protection: two zeros in a row, or a zero soon after in_.
     bool copy_sparse() {
@@ -80,40 +71,65 @@ private:
         return copied == wanted;
     }
 
-    // Moves a block. Whether the next one should be moved the same way.
+    // Moves a block, unless it must be copied in pieces and there are too few bytes behind it or too little room: with
+    // an emulation prevention byte for every two of its bytes there must still be room for what makes the copies'
+    // surplus disappear.
     bool move_block() {
-        constexpr int kDense = 4;
-        const h264::ByteBlock block = h264::load_block(in_);
-        const std::uint64_t one_before = block.zero << 1 | (zeros_ >= 1 ? 1U : 0U);
-        const std::uint64_t two_before = one_before << 1 | (zeros_ >= 2 ? 1U : 0U);
-        const std::uint64_t escaped = every_second(block.up_to_three & one_before & two_before);
-        // Bytes that are written could be those of the members: not of these.
+        const std::uint64_t zero = h264::find_bytes(in_, 0);
+        const std::uint64_t one_before = zero << 1 | (zeros_ >= 1 ? 1U : 0U);
+        const std::uint64_t two_before = one_before & (one_before << 1 | (zeros_ >= 2 ? 1U : 0U));
+        std::uint64_t escaped = 0;
+        if (two_before != 0) escaped = every_second(two_before & h264::find_bytes(in_, 0, kUpToThree));
+        dense_ = two_before != 0;
         const unsigned char* in = in_;
         unsigned char* out = out_;
         const unsigned char* const end = in + kBlockBytes;
-        for (std::uint64_t rest = escaped; rest != 0; rest &= rest - 1) {
-            const unsigned char* const next = in_ + std::countr_zero(rest);
-            out = h264::copy_loosely(out, in, next);
-            *out++ = kEmulationPrevention;
-            in = next;
+        if (escaped == 0) {
+            std::memcpy(out, in, kBlockBytes);
+            out += kBlockBytes;
+        } else if (left() < kBlockReach || room() < 2 * kBlockReach) {
+            return false;
+        } else {
+            // Bytes that are written could be those of the members: not of these.
+            for (std::uint64_t rest = escaped; rest != 0; rest &= rest - 1) {
+                const unsigned char* const next = in_ + std::countr_zero(rest);
+                out = h264::copy_loosely(out, in, next);
+                *out++ = kEmulationPrevention;
+                in = next;
+            }
+            out = h264::copy_loosely(out, in, end);
         }
-        out_ = h264::copy_loosely(out, in, end);
         in_ = end;
-        const bool last_zero = block.zero >> 63 != 0;
-        const bool two_zeros = block.zero >> 62 == 3 && escaped >> 63 == 0;
+        out_ = out;
+        const bool last_zero = zero >> 63 != 0;
+        const bool two_zeros = zero >> 62 == 3 && escaped >> 63 == 0;
         zeros_ = !last_zero ? 0 : two_zeros ? 2 : 1;
-        return last_zero || std::popcount(block.zero) > kDense;
+        return true;
     }
 
-    // Moves a few bytes singly.
+    // Moves what is left, at most a block: by words until zeros meet.
     bool move_bytes() {
-        const std::size_t count = std::min(left(), kSingleBytes);
-        return room() > 2 * count + 2 ? move_singly<false>(count) : move_singly<true>(count);
+        const unsigned char* const stop = in_ + std::min(left(), kBlockBytes);
+        const auto rest = [&] { return static_cast<std::size_t>(stop - in_); };
+        while (!dense_ && rest() >= kWordBytes && move_word()) {
+        }
+        return room() > 2 * rest() + 2 ? move_singly<false>(stop) : move_singly<true>(stop);
+    }
+
+    // Moves a word in which, and before which, no zeros meet, when there is room.
+    bool move_word() {
+        const std::uint64_t zero = h264::mark_zeros(h264::load_word(in_));
+        const std::uint64_t zero_before = zero << NUM_BITS_IN_BYTE | (zeros_ != 0 ? 0x80U : 0U);
+        if ((zero & zero_before) != 0 || zeros_ > 1 || room() < kWordBytes) return false;
+        std::memcpy(out_, in_, kWordBytes);
+        in_ += kWordBytes;
+        out_ += kWordBytes;
+        zeros_ = zero >> 63 != 0 ? 1 : 0;
+        return true;
     }
 
     template <bool kChecked>
-    bool move_singly(std::size_t count) {
-        const unsigned char* const stop = in_ + count;
+    bool move_singly(const unsigned char* stop) {
         const unsigned char* in = in_;
         unsigned char* out = out_;
         int zeros = zeros_;
@@ -140,12 +156,13 @@ private:
     unsigned char* out_;
     unsigned char* out_end_;
     bool bypass_checks_;
-    int zeros_ = 0;  // zero bytes at the end of the output, 2 for more
+    int zeros_ = 0;       // zero bytes at the end of the output, 2 for more
+    bool dense_ = false;  // whether zeros met in the last block
 };
 
-// function: the name messages are reported under.
-int encapsulate(const unsigned char* input_buf, unsigned int inbuf_len, unsigned char* output_buf,
-                unsigned int outbuf_len, bool bypass_checks, const char* function) {
+// function: the name messages are reported under. Not inlined, so that there is one place to inline the run into.
+[[gnu::noinline]] int encapsulate(const unsigned char* input_buf, unsigned int inbuf_len, unsigned char* output_buf,
+                                  unsigned int outbuf_len, bool bypass_checks, const char* function) {
     if (input_buf == nullptr || output_buf == nullptr) return 0;
     if (!bypass_checks) {
         const unsigned int required = DIVIDE_AND_CEIL(inbuf_len, 3) * 4;

@@ -15,9 +15,6 @@ constexpr std::time_t kLengthErrorPeriod = 10;  // seconds between two reports o
 // When an output that is too small was last reported.
 h264::Throttle _tLastLogTime;
 
-// Bytes that are moved singly before it is tried again to move more at a time.
-constexpr std::size_t kSingleBytes = 16;
-
 // Whether a byte and the two before it, which must be there, are 00 00 03.
 bool ends_pattern(const unsigned char* byte) { return byte[0] == 3 && byte[-1] == 0 && byte[-2] == 0; }
 
@@ -30,13 +27,8 @@ public:
     // Returns the end of what was written.
     unsigned char* run() {
         while (in_ < in_end_) {
-            copy_sparse();
-            if (left() < h264::kBlockReach) {
-                move_bytes();
-            } else {
-                while (left() >= h264::kBlockReach && move_block()) {
-                }
-            }
+            if (!dense_ && left() >= h264::kSearchedBytes) copy_sparse();
+            if (left() < h264::kBlockBytes || !move_block()) move_bytes();
         }
         return out_;
     }
@@ -70,12 +62,21 @@ private:
         out_ += count;
     }
 
-    // Moves a block. Whether there was a byte of emulation prevention in it.
+    // Moves a block, unless it must be copied in pieces and there are too few bytes behind it.
     bool move_block() {
-        const h264::ByteBlock block = h264::load_block(in_);
-        const std::uint64_t one_before = block.zero << 1 | (zero_before(1) ? 1U : 0U);
-        const std::uint64_t two_before = one_before << 1 | (zero_before(2) ? 1U : 0U);
-        const std::uint64_t dropped = block.three & one_before & two_before;
+        const std::uint64_t threes = h264::find_bytes(in_, 3);
+        std::uint64_t dropped = 0;
+        if (threes != 0) {
+            const std::uint64_t one_before = h264::find_bytes(in_, 0) << 1 | (zero_before(1) ? 1U : 0U);
+            const std::uint64_t two_before = one_before << 1 | (zero_before(2) ? 1U : 0U);
+            dropped = threes & one_before & two_before;
+        }
+        dense_ = dropped != 0;
+        if (!dense_) {
+            copy(in_ + h264::kBlockBytes);
+            return true;
+        }
+        if (left() < h264::kBlockReach) return false;
         // Bytes that are written could be those of the members: not of these.
         const unsigned char* in = in_;
         unsigned char* out = out_;
@@ -87,17 +88,29 @@ private:
         }
         out_ = h264::copy_loosely(out, in, end);
         in_ = end;
-        return dropped != 0;
+        return true;
     }
 
-    // Moves a few bytes singly.
+    // Moves what is left, at most a block and a half: by words where no 3 follows a 0.
     void move_bytes() {
-        const unsigned char* const stop = in_ + std::min(left(), kSingleBytes);
+        while (left() >= h264::kWordBytes)
+            if (!move_word()) move_singly(in_ + h264::kWordBytes);
+        move_singly(in_end_);
+    }
+    bool move_word() {
+        constexpr std::uint64_t kEveryThree = 0x0303030303030303;
+        const std::uint64_t word = h264::load_word(in_);
+        const std::uint64_t after_zero = h264::mark_zeros(word) << NUM_BITS_IN_BYTE | (zero_before(1) ? 0x80U : 0U);
+        if ((h264::mark_zeros(word ^ kEveryThree) & after_zero) != 0) return false;
+        copy(in_ + h264::kWordBytes);
+        return true;
+    }
+    void move_singly(const unsigned char* end) {
         bool one_before = zero_before(1);
         bool two_before = one_before && zero_before(2);
         const unsigned char* in = in_;
         unsigned char* out = out_;
-        for (; in < stop; ++in) {
+        for (; in < end; ++in) {
             if (!two_before || *in != 3) *out++ = *in;
             two_before = one_before && *in == 0;
             one_before = *in == 0;
@@ -110,6 +123,7 @@ private:
     const unsigned char* in_;
     const unsigned char* in_end_;
     unsigned char* out_;
+    bool dense_ = false;  // whether there was emulation prevention in the last block
 };
 
 }  // namespace
