@@ -32,11 +32,13 @@ CALLS_A_ROUND = 4096  # of the fields' benchmarks
 
 class Row:
     def __init__(self, name, figure, reference, ratio, aim=None, met=None):
-        self.name, self.figure, self.reference, self.ratio, self.aim, self.met = name, figure, reference, ratio, aim, met
+        self.name, self.figure, self.reference = name, figure, reference
+        self.ratio, self.aim, self.met = ratio, aim, met
 
     def text(self):
         verdict = "" if self.met is None else "met" if self.met else "NOT MET"
-        return f"{self.name:36} {self.figure:>14} {self.reference:>32} {self.ratio:>8.3f} {self.aim or '':>14} {verdict}"
+        figures = f"{self.figure:>14} {self.reference:>32} {self.ratio:>8.3f} {self.aim or '':>14}"
+        return f"{self.name:36} {figures} {verdict}"
 
 
 def time_text(nanoseconds):

@@ -46,11 +46,12 @@ def check(program, *, update):
 
 
 def levels(program):
-    """Rows of reading a slice header and an SPS without a handle, at level 0 and at level 6 with nothing to print."""
+    """Rows of calls without a handle, at level 0 and at level 6 as far as they have nothing to print there."""
     rows = []
-    for name in ("sps", "slice_200B"):
+    for name, nothing_to_print in (("sps", False), ("slice_200B", False), ("slice_type", True), ("pps_cached", True),
+                                   ("write_captions", True)):  # fmt: skip
         none = count(program, name, "none")
-        for level in ("0", "6"):
+        for level in ("0", "6") if nothing_to_print else ("0",):
             instructions = count(program, name, level)
             ratio = instructions / none
             rows.append((f"{name} at level {level}", f"{instructions:.0f} instr", f"no handle {none:.0f} instr", ratio,

@@ -40,6 +40,8 @@ int read_signed_silently(bitbuffer_t& bb, unsigned int n, T* value) {
     return 0;
 }
 
+std::uint64_t as_bits(std::int64_t value) { return static_cast<std::uint64_t>(value); }
+
 int write_silently(bitbuffer_t& bb, unsigned int n, std::uint64_t value) {
     h264::put_bits(bb, n, value);
     return 0;
@@ -140,7 +142,7 @@ int GetNextNBitsAsInt8(bitbuffer_t* bb, unsigned int n, char* value) {
 }
 
 int SetNextNBitsFromInt8(bitbuffer_t* bb, unsigned int n, char value) {
-    const auto bits = static_cast<std::uint64_t>(value);
+    const std::uint64_t bits = as_bits(value);
     if (n >= kLeastSigned && is_plain_field<8>(bb, n)) return write_silently(*bb, n, bits);
     return write_bits<8>(bb, n, bits, kLeastSigned, __func__, "n <= 8");
 }
@@ -151,7 +153,7 @@ int GetNextNBitsAsInt16(bitbuffer_t* bb, unsigned int n, short* value) {
 }
 
 int SetNextNBitsFromInt16(bitbuffer_t* bb, unsigned int n, short value) {
-    const auto bits = static_cast<std::uint64_t>(value);
+    const std::uint64_t bits = as_bits(value);
     if (n >= kLeastSigned && is_plain_field<16>(bb, n)) return write_silently(*bb, n, bits);
     return write_bits<16>(bb, n, bits, kLeastSigned, __func__, "n <= 16");
 }
@@ -162,7 +164,7 @@ int GetNextNBitsAsInt32(bitbuffer_t* bb, unsigned int n, long* value) {
 }
 
 int SetNextNBitsFromInt32(bitbuffer_t* bb, unsigned int n, long value) {
-    const auto bits = static_cast<std::uint64_t>(value);
+    const std::uint64_t bits = as_bits(value);
     if (n >= kLeastSigned && is_plain_field<32>(bb, n)) return write_silently(*bb, n, bits);
     return write_bits<32>(bb, n, bits, kLeastSigned, __func__, "n <= 32");
 }
@@ -173,7 +175,7 @@ int GetNextNBitsAsInt64(bitbuffer_t* bb, unsigned int n, long long* value) {
 }
 
 int SetNextNBitsFromInt64(bitbuffer_t* bb, unsigned int n, long long value) {
-    const auto bits = static_cast<std::uint64_t>(value);
+    const std::uint64_t bits = as_bits(value);
     if (n >= kLeastSigned && is_plain_field<64>(bb, n)) return write_silently(*bb, n, bits);
     return write_bits<64>(bb, n, bits, kLeastSigned, __func__, "n <= 64");
 }

@@ -30,11 +30,11 @@ inline std::uint64_t size_bytes(const bitbuffer_t& bb) {
 // Whether n bits are left. Also right for a position behind the end.
 inline bool has_bits(const bitbuffer_t& bb, std::uint64_t n) { return bb.bit_offset + n <= bb.num_bits; }
 
-// From 1 to 7 bytes, first byte on top.
+// Up to 8 bytes, first byte on top, zeros behind them.
 inline std::uint64_t load_few(const unsigned char* bytes, std::uint64_t count) {
     std::uint64_t value = 0;
-    for (std::uint64_t i = 0; i < count; ++i) value = value << NUM_BITS_IN_BYTE | bytes[i];
-    return value << (64 - NUM_BITS_IN_BYTE * count);
+    for (std::uint64_t i = 0; i < count; ++i) value |= std::uint64_t{bytes[i]} << (56 - NUM_BITS_IN_BYTE * i);
+    return value;
 }
 
 // The bits at the position, which is in the area, first bit on top: at least min(57, bits left).

@@ -34,15 +34,20 @@ constexpr int low32s(T value) {
 
 // A message, emitted when the level allows; no argument is computed before that is known. The line feed that ends every
 // message is added here.
-#define LOG(level, format, ...) LOG_AS(__func__, level, format __VA_OPT__(, ) __VA_ARGS__)
+#define LOG(level, ...) LOG_AS(__func__, level, __VA_ARGS__)
 
 // The same for code that several functions share: function is the name of the one that was called.
+#ifdef __cppcheck__  // it does not know __VA_OPT__
+#define LOG_AS(function, level, ...) \
+    _DoDbgPrintEx(g_hH264LibDbg, (level), (function), kModuleFile, __LINE__, __VA_ARGS__)
+#else
 #define LOG_AS(function, level, format, ...)                                         \
     do {                                                                             \
         if (h264::is_emitted(level))                                                 \
             _DoDbgPrintEx(g_hH264LibDbg, (level), (function), kModuleFile, __LINE__, \
                           format "\n" __VA_OPT__(, ) __VA_ARGS__);                   \
     } while (0)
+#endif
 
 // A hex dump of length bytes from start.
 #define LOG_BUFFER(level, start, length, label)                                                                     \

@@ -48,7 +48,7 @@ std::vector<CpbTimes> arrivals_and_removals(std::span<const CpbAccessUnit> units
 
 std::vector<CpbTimes> run_cpb(std::span<const CpbAccessUnit> units) {
     std::vector<CpbTimes> times = arrivals_and_removals(units);
-    std::vector<double> bits_before{0};  // of all units before one
+    std::vector<double> bits_before(1);  // of all units before one
     for (const CpbAccessUnit& unit : units) bits_before.push_back(bits_before.back() + static_cast<double>(unit.bits));
     for (std::size_t n = 0; n < units.size(); ++n) {
         CpbTimes& time = times[n];

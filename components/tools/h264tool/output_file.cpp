@@ -88,7 +88,7 @@ std::string resolved(std::string path) {
         const ssize_t length = readlink(path.c_str(), target.data(), target.size());
         if (length <= 0 || static_cast<std::size_t>(length) == target.size()) break;
         const std::string text(target.data(), static_cast<std::size_t>(length));
-        path = text.front() == '/' ? text : directory_of(path) + text;
+        path = text.front() == '/' ? text : directory_of(path).append(text);
     }
     const std::string directory = directory_of(path);
     std::string found = canonical(directory.empty() ? "." : directory);
