@@ -18,7 +18,7 @@ using h264::kByteTraceLevel;
 // Reads a code that lies whole in one window. False, with nothing consumed, when it does not, or when the steps of the
 // general reader are to be reported.
 bool read_short_code(bitbuffer_t* bb, std::uint64_t& value) {
-    if (is_emitted(kByteTraceLevel)) return false;
+    if (bb == nullptr || is_emitted(kByteTraceLevel)) return false;
     const BitWindow window = h264::peek(*bb);
     const auto zeros = static_cast<unsigned int>(std::countl_zero(window.bits));
     const unsigned int length = 2 * zeros + 1;
@@ -26,6 +26,29 @@ bool read_short_code(bitbuffer_t* bb, std::uint64_t& value) {
     bb->bit_offset += length;
     value = (window.bits >> (64 - length)) - 1;
     return true;
+}
+
+// Reads any code that GetUint32Golomb may return, whose name is function.
+[[gnu::noinline]] int read_code(bitbuffer_t* bb, unsigned long* value, const char* function) {
+    DO_ASSERT_AS(function, bb != NULL);
+    unsigned int zeros = 0;
+    if (bb == nullptr || CountConsecutiveBits(bb, 0, &zeros) != 0) return -1;
+    if (zeros == 0) {
+        if (value != nullptr) {
+            LOG_AS(function, 8, "BBoffset:%d, Value:%d.", static_cast<int>(bb->bit_offset), 0);
+            *value = 0;
+        }
+        return 0;
+    }
+    if (zeros > 31) return -1;
+    unsigned long suffix = 0;
+    if (GetNextNBitsAsUint32(bb, zeros, &suffix) != 0) return -1;
+    if (value != nullptr) {
+        LOG_AS(function, 8, "BBoffset:%d, LeadingZerobits:%d, RemainderSuffix:%d.", static_cast<int>(bb->bit_offset),
+               static_cast<int>(zeros), h264::low32s(suffix));
+        *value = (1UL << zeros) - 1 + suffix;
+    }
+    return 0;
 }
 
 // se(v) of a code number, ITU-T H.264 9.1.1.
@@ -57,30 +80,11 @@ int SkipGolomb(bitbuffer_t* bb, int* num) {
 }
 
 int GetUint32Golomb(bitbuffer_t* bb, unsigned long* value) {
-    DO_ASSERT(bb != NULL);
-    if (bb == nullptr) return -1;
     if (std::uint64_t code = 0; read_short_code(bb, code)) {
         if (value != nullptr) *value = code;
         return 0;
     }
-    unsigned int zeros = 0;
-    if (CountConsecutiveBits(bb, 0, &zeros) != 0) return -1;
-    if (zeros == 0) {
-        if (value != nullptr) {
-            LOG(8, "BBoffset:%d, Value:%d.", static_cast<int>(bb->bit_offset), 0);
-            *value = 0;
-        }
-        return 0;
-    }
-    if (zeros > 31) return -1;
-    unsigned long suffix = 0;
-    if (GetNextNBitsAsUint32(bb, zeros, &suffix) != 0) return -1;
-    if (value != nullptr) {
-        LOG(8, "BBoffset:%d, LeadingZerobits:%d, RemainderSuffix:%d.", static_cast<int>(bb->bit_offset),
-            static_cast<int>(zeros), h264::low32s(suffix));
-        *value = (1UL << zeros) - 1 + suffix;
-    }
-    return 0;
+    return read_code(bb, value, __func__);
 }
 
 int GetUint64Golomb(bitbuffer_t* bb, unsigned long long* value) {
