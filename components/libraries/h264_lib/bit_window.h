@@ -119,7 +119,18 @@ inline void copy_bits_in(bitbuffer_t& bb, unsigned int n, const unsigned char* i
         n %= NUM_BITS_IN_BYTE;
         bb.bit_offset += whole * NUM_BITS_IN_BYTE;
     }
-    for (; n >= 64; n -= 64, in += 8) put_bits(bb, 64, load_big_endian(in));
+    if (n >= 64) {
+        const unsigned int shift = bb.bit_offset % NUM_BITS_IN_BYTE;  // not 0
+        unsigned char* bytes = bb.bit_buffer + bb.bit_offset / NUM_BITS_IN_BYTE;
+        std::uint64_t before = *bytes >> (NUM_BITS_IN_BYTE - shift);  // the shift bits in front of the next 64
+        bb.bit_offset -= shift;
+        for (; n >= 64; n -= 64, in += 8, bytes += 8, bb.bit_offset += 64) {
+            const std::uint64_t bits = load_big_endian(in);
+            store_big_endian(bytes, before << (64 - shift) | bits >> shift);
+            before = bits & ~(~std::uint64_t{0} << shift);
+        }
+        put_bits(bb, shift, before);
+    }
     for (; n >= NUM_BITS_IN_BYTE; n -= NUM_BITS_IN_BYTE, ++in) put_bits(bb, NUM_BITS_IN_BYTE, *in);
     if (n > 0) put_bits(bb, n, *in >> (NUM_BITS_IN_BYTE - n));
 }
