@@ -3,6 +3,7 @@
 import os
 import pathlib
 import re
+import resource
 import shutil
 import statistics
 import subprocess
@@ -24,10 +25,10 @@ def make_stream(path):
 
 def seconds(command):
     """User and system time of a run."""
-    before = os.times()
+    before = resource.getrusage(resource.RUSAGE_CHILDREN)
     subprocess.run(command, check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-    after = os.times()
-    return after.children_user + after.children_system - before.children_user - before.children_system
+    after = resource.getrusage(resource.RUSAGE_CHILDREN)
+    return after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime
 
 
 def wall_seconds(command):

@@ -8,7 +8,6 @@
 #include "insert_messages.h"
 #include "insert_options.h"
 #include "nal_types.h"
-#include "rewrite_sps.h"
 #include "rewrite_unit.h"
 #include "sei_messages.h"
 #include "stream_input.h"
@@ -80,12 +79,17 @@ bool RewriteStream::add_sps(const NalUnit& unit) {
     if (!failure.empty()) refuse(unit, failure);
     has_sps_ = true;
     about(unit, [&] {
-        RewrittenSps rewritten = rewrite_sps(unit, options_);
-        const Sps* const before = sets_.sps(rewritten.sps.seq_parameter_set_id);
+        // Streams repeat their sets.
+        if (unit.bytes != sps_unit_) {
+            rewritten_sps_ = rewrite_sps(unit, options_);
+            sps_unit_ = unit.bytes;
+        }
+        const sps_t& sps = rewritten_sps_.sps;
+        const Sps* const before = sets_.sps(sps.seq_parameter_set_id);
         if (options_.pic_struct && before->sps.vui.pic_struct_present_flag == 0) adds_pic_struct_ = true;
-        changed_sps_.at(rewritten.sps.seq_parameter_set_id) = std::make_unique<sps_t>(rewritten.sps);
-        if (!rewritten.unit.empty())
-            pending_.push_back({{unit.offset, unit.length, std::move(rewritten.unit)}, std::nullopt});
+        changed_sps_.at(sps.seq_parameter_set_id) = std::make_unique<sps_t>(sps);
+        if (!rewritten_sps_.unit.empty())
+            pending_.push_back({{unit.offset, unit.length, rewritten_sps_.unit}, std::nullopt});
     });
     return true;
 }

@@ -15,6 +15,7 @@
 #include "picture_order.h"
 #include "rewrite_options.h"
 #include "rewrite_sei.h"
+#include "rewrite_sps.h"
 #include "run_result.h"
 #include "sei_messages.h"
 #include "slice_identity.h"
@@ -71,6 +72,8 @@ private:
     const RewriteOptions& options_;
     const RewriteStream* trial_;
     ParameterSets sets_{0};
+    std::vector<unsigned char> sps_unit_;  // the last sequence parameter set that was rewritten, whole
+    RewrittenSps rewritten_sps_;
     std::array<std::unique_ptr<sps_t>, ParameterSets::kMaxSpsId + 1> changed_sps_;  // by id
     RunResult result_;
     PictureBoundaries boundaries_;
