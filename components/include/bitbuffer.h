@@ -6,8 +6,8 @@
  * first byte, as in the syntax tables of ITU-T H.264. No function here allocates memory or keeps a pointer.
  *
  * Results: 0 for success, -1 for failure. A read or write that does not fit changes neither the buffer nor the
- * position; the Exp-Golomb functions say where they differ. Null bit buffers are reported through the diagnostics
- * library's assertion functions; when these return, the call fails with -1.
+ * position; CountConsecutiveBits and the Exp-Golomb functions say where they differ. Null bit buffers are reported
+ * through the diagnostics library's assertion functions; when these return, the call fails with -1.
  */
 #ifndef H264_LIB_BITBUFFER_H
 #define H264_LIB_BITBUFFER_H
@@ -18,7 +18,10 @@
 extern "C" {
 #endif
 
-/** Cursor over caller-owned bytes. A plain value: it may be copied, and bit_offset saved, set and restored. */
+/**
+ * Cursor over caller-owned bytes. A plain value: it may be copied, and bit_offset saved, set and restored. A write may
+ * store bytes around its bits anew, with the values that they have: while one thread writes, no other may use the area.
+ */
 typedef struct bitbuffer_s {
     unsigned char* bit_buffer; /**< first byte of the area */
     unsigned int bit_offset;   /**< next bit to read or write; bit k is bit 7 - k % 8 of byte k / 8 */
@@ -38,7 +41,8 @@ typedef struct bitbuffer_s {
  * @param bb                  bit buffer to set
  * @param bit_buffer          the area; stays the caller's property and must outlive the use of bb
  * @param num_bits_in_buffer  size of the area in bits, above 0; a size that is no multiple of 8 is reported as a failed
- *                            assertion of the caller, and used
+ *                            assertion of the caller, and used; so is one that is not above 0, a negative one modulo
+ *                            2^32
  * @param func,file,line      the caller's function, source file and line
  * @return 0
  */
@@ -95,7 +99,8 @@ H264_API void DisplayBitBuffer(const bitbuffer_t* bb, const char* label);
 /**
  * Reads n bits as a string.
  * @param n             bits to read; 0 succeeds and changes nothing
- * @param out           receives the string, unused bits of its last byte zero; null: the bits are passed over
+ * @param out           receives the string, unused bits of its last byte zero; must not overlap the area; null: the
+ *                      bits are passed over
  * @param OutSizeBytes  size of out in bytes, at least (n + 7) / 8; a smaller size is reported as a failed assertion and
  *                      only as many bytes as it says are stored
  * @return 0, or -1 when fewer than n bits are left
@@ -105,7 +110,8 @@ H264_API int GetNextNBitsAsStringEx(bitbuffer_t* bb, unsigned int n, unsigned ch
 /**
  * Writes a string of n bits; every other bit of the area keeps its value.
  * @param n   bits to write
- * @param in  the string, (n + 7) / 8 bytes; null is reported as a failed assertion and passes over n bits
+ * @param in  the string, (n + 7) / 8 bytes, which must not overlap the area; null is reported as a failed assertion and
+ *            passes over n bits
  * @return 0, or -1 when fewer than n bits are left
  */
 H264_API int SetNextNBitsFromString(bitbuffer_t* bb, unsigned int n, const unsigned char* in);
@@ -156,9 +162,10 @@ H264_API int SetNextNBitsFromInt64(bitbuffer_t* bb, unsigned int n, long long va
 /**
  * Reads a run of equal bits and the bit that ends it.
  * @param test_value  value of the bits to count, 0 or 1
- * @param num         receives the length of the run in bits, without the bit that ended it; also when the call fails;
- *                    may be null
- * @return 0 when another bit ended the run (it has been read too), -1 when the area ended first
+ * @param num         receives the length of the run in bits, without the bit that ended it; also when the area ended
+ *                    first; may be null
+ * @return 0 when another bit ended the run (it has been read too), -1 with the position at the end when the area ended
+ *         first
  */
 H264_API int CountConsecutiveBits(bitbuffer_t* bb, unsigned int test_value, unsigned int* num);
 

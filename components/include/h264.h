@@ -425,7 +425,7 @@ H264_API BOOL H264LIB_GetNALTypeAndNALRefIdc(const unsigned char* pBuffer, int B
  * The header is one byte, four for nal_unit_type 14 and 20. Trailing bits and zero bytes are kept.
  * @param input_buf   the unit from its header byte on (behind the start code)
  * @param inbuf_len   bytes in input_buf, at least 3
- * @param output_buf  receives the payload
+ * @param output_buf  receives the payload; must not overlap input_buf
  * @param outbuf_len  bytes that output_buf can hold, at least inbuf_len, although the payload is always shorter
  * @return bytes written (may be 0), or -1 with nothing written. An output that is too small is reported at level 3, at
  *         most once in 10 seconds; an input that is too short at level 5.
@@ -440,9 +440,10 @@ H264_API int SODB_deencapsulation_from_NAL(const unsigned char* input_buf, unsig
  * @param inbuf_len   bytes in input_buf; at most 2 are copied as they are
  * @param output_buf  receives the result; must not overlap input_buf
  * @param outbuf_len  bytes that output_buf can hold: at least 4 for every 3 bytes of input, rounded up. Long runs of
- *                    zeros can need more; an inserted byte that would fill the output is refused.
- * @return bytes written; 0 on failure, with a message at level 3 and a part of the result in output_buf, and for an
- *         inbuf_len of 0
+ *                    zeros can need more: a byte for which there is no room is refused, and so is an inserted one that
+ *                    would fill the output.
+ * @return bytes written; 0 on failure, with a message at level 3 and a part of the result in output_buf; 0 without one
+ *         for an inbuf_len of 0 and for null buffers
  */
 H264_API int RBSP_encapsulation_within_NAL(const unsigned char* input_buf, unsigned int inbuf_len,
                                            unsigned char* output_buf, unsigned int outbuf_len);
@@ -451,6 +452,7 @@ H264_API int RBSP_encapsulation_within_NAL(const unsigned char* input_buf, unsig
  * The same for callers that size the output themselves.
  * @param bBypassChecks  TRUE: the rule of 4 for 3 is not applied and room is looked at for inserted bytes only. The
  *                       caller must have made output_buf large enough for all other bytes: they are written unchecked.
+ *                       outbuf_len must be true all the same.
  */
 H264_API int RBSP_encapsulation_within_NAL_Ex(const unsigned char* input_buf, unsigned int inbuf_len,
                                               unsigned char* output_buf, unsigned int outbuf_len, BOOL bBypassChecks);

@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Compares the symbols that a shared library exports, and those that its headers declare, with a committed list.
 
-Also checks the library's SONAME. Prints what differs and ends with status 1 when anything does.
+Also checks the library's SONAME and the function by which it allocates. Prints what differs and ends with status 1
+when anything does.
 """
 
 import argparse
@@ -9,6 +10,10 @@ import re
 import subprocess
 import sys
 from pathlib import Path
+
+# Functions that give memory; those of C++ begin with _Znw and _Zna.
+ALLOCATORS = {"aligned_alloc", "asprintf", "calloc", "getline", "malloc", "memalign", "mmap", "open_memstream",
+              "posix_memalign", "realloc", "reallocarray", "strdup", "strndup", "valloc", "vasprintf"}
 
 
 def exported(nm, library):
@@ -51,6 +56,7 @@ def main():
     parser.add_argument("--diagnostics-list", type=Path,
                         help="exported names of the diagnostics library, of which the library may use the seven that "
                              "every implementation has")
+    parser.add_argument("--allocator", help="the only function by which the library may allocate")
     parser.add_argument("headers", nargs="+", type=Path)
     arguments = parser.parse_args()
 
@@ -79,6 +85,14 @@ def main():
                      if name.startswith("DbgTrace")]
         if not used:
             failures.append("the diagnostics library is not reached through the dynamic linker")
+
+    if arguments.allocator:
+        used = {name for name in imported(arguments.nm, arguments.library)
+                if name in ALLOCATORS or name.startswith(("_Znw", "_Zna"))}
+        failures += [f"allocates by {name}, which the tests of missing memory do not see" for name in
+                     sorted(used - {arguments.allocator})]
+        if arguments.allocator not in used:
+            failures.append(f"does not allocate by {arguments.allocator}")
 
     print(f"{Path(arguments.library).name}: {len(symbols)} symbols exported, {len(names)} listed, "
           f"{len(declarations)} declared")

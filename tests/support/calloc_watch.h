@@ -33,4 +33,8 @@ private:
     std::set<void*> areas_;
 };
 
+// Where calloc was called from since this was emptied, watched or not: return addresses, those of allocate_area's
+// callers where it is a function of its own.
+std::set<void*>& allocation_sites();
+
 }  // namespace test

@@ -21,14 +21,14 @@ struct TimingRewrite {
     std::vector<std::size_t> allocated;
     std::size_t not_freed;
 
-    TimingRewrite(const RewriteSps& shape, const sei_pic_timing_t& pt, const Bytes& source, int failing = 0) {
+    TimingRewrite(const RewriteSps& shape, const sei_pic_timing_t& pt, const Bytes& source) {
         GuardedBuffer memory(source);
         const std::unique_ptr<sps_t> sps = shape.sps();
         unsigned char untouched = 0;
         unsigned char* unit = &untouched;
         clear();
         {
-            const CallocWatch watch(failing);
+            const CallocWatch watch;
             dirty_stack();
             result = H264Lib_Set_SEIPictiming_NAL(memory.data(), static_cast<unsigned>(source.size()), sps.get(), &pt,
                                                   &unit, &length);

@@ -123,6 +123,15 @@ TEST_F(Deencapsulation, TheOutputMustBeAsLongAsTheInput) {
     EXPECT_EQ(test::count("Input buffer length is 2, too short to be de-encapsulated."), 0);
 }
 
+TEST_F(Deencapsulation, NullPointersAreAsserted) {
+    const Bytes unit = {0x67, 1, 2, 3};
+    Bytes out(8, 0xC0);
+    EXPECT_EQ(SODB_deencapsulation_from_NAL(nullptr, 4, out.data(), 8), kRefused);
+    EXPECT_EQ(SODB_deencapsulation_from_NAL(unit.data(), 4, nullptr, 8), kRefused);
+    EXPECT_EQ(test::assertions(), (std::vector<std::string>{"input_buf != NULL", "output_buf != NULL"}));
+    EXPECT_EQ(out, Bytes(8, 0xC0));
+}
+
 // All units of up to 8 bytes behind the header out of the values that matter.
 TEST_F(Deencapsulation, FollowsTheModelForAllShortUnits) {
     test::set_level(0);

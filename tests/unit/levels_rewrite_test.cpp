@@ -1,5 +1,6 @@
 // What the library is told to report never changes what it rewrites.
 #include <optional>
+#include <tuple>
 
 #include "fake_clock.h"
 #include "h264d/h264d.h"
@@ -142,6 +143,29 @@ TEST(LevelsRewrite, OutputsAfterFalse) {
             EXPECT_EQ(seen.outputs, c.outputs) << level;
         }
     test::use_system_time();
+}
+
+// Areas that end in each part of the new payload, which is a bit longer than the old one.
+TEST(LevelsRewrite, NoRoomForTheNewPayload) {
+    test::SpsSyntax sps;
+    sps.vui_parameters_present_flag = true;
+    const auto record = test::record_of(sps);
+    record->vui.overscan_info_present_flag = 1;
+    Bytes payload = sps.rbsp();
+    const auto size = static_cast<unsigned>(payload.size());
+    for (unsigned room = 0; room <= 8 * size + 8; ++room) {
+        const auto rewritten = [&](int level) {
+            test::reset(level);
+            Bytes area(size + 2, 0xC3);
+            bitbuffer_t bits{payload.data(), 0, 8 * size};
+            bitbuffer_t made{area.data(), 0, room};
+            const int result = _set_sps_vui_parameters(&bits, static_cast<int>(size), record.get(), &made, 256);
+            EXPECT_EQ(result < 0, room < 8 * size + 8);
+            return std::make_tuple(result, made.bit_offset, area);
+        };
+        const auto quiet = rewritten(0);
+        for (const int level : {3, 6, 7, 8}) EXPECT_EQ(rewritten(level), quiet) << room;
+    }
 }
 
 // Makes the payload anew in the same area.

@@ -170,6 +170,15 @@ TEST_F(Encapsulation, AnOrdinaryByteThatDoesNotFitEndsTheCallAsARefusedEscapeDoe
     EXPECT_EQ(test::encapsulation_model(input, 21).result, 21);
 }
 
+// The zeros take half as much room again, of which the rule knows nothing.
+TEST_F(Encapsulation, ALongRunOfOrdinaryBytesThatDoesNotFitBehindZeros) {
+    Bytes input(1000, 0);
+    input.resize(1300, 0x42);
+    Areas areas(1300, 1820);
+    EXPECT_TRUE(test::encapsulation_model(input, 1736).ran_out);
+    ASSERT_NO_FATAL_FAILURE(areas.check_all(input, 1730, 1810));
+}
+
 TEST_F(Encapsulation, NoBytesGiveNoBytes) {
     unsigned char byte = 7;
     for (const Form form : kForms) {

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <new>
 #include <random>
 
@@ -141,9 +142,9 @@ TEST(ScalingListDisplay, PrintsEveryDelta) {
     scaling_list_t list{};
     for (int j = 0; j < 64; ++j) list.delta_scale[j] = j % 2 == 0 ? j : -j * 1000;
     list.delta_scale[3] = 0x1FFFFFFFBL;  // its low 32 bits are -5
-    for (const int size : {16, 64}) {
+    for (const int size : {16, 64, 65}) {
         test::Log expected;
-        for (int j = 0; j < size; ++j) {
+        for (int j = 0; j < std::min(size, 64); ++j) {
             const int value = j == 3 ? -5 : j % 2 == 0 ? j : -j * 1000;
             expected.push_back({6, "_display_scalingList", test::text("delta_scale[%d]=%d.", j, value), "h264d.c"});
         }

@@ -214,19 +214,6 @@ TEST_F(BufferingPeriod, APayloadOf256MegabytesIsRead) {
     munmap(memory, kBytes);
 }
 
-TEST_F(BufferingPeriod, WithoutMemory) {
-    const Message message;
-    const Bytes unit = sei_unit(Model(message).bits.bytes());
-    const std::unique_ptr<vui_t> vui = message.vui();
-    sei_buffering_period_t record = test::untouched_period();
-    CallocWatch watch(1);
-    EXPECT_EQ(parse_sei_buffering_period_nal(unit.data(), static_cast<int>(unit.size()), vui.get(), &record), FALSE);
-    EXPECT_EQ(watch.sizes(), std::vector<std::size_t>{unit.size()});
-    EXPECT_EQ(str(record), str(test::untouched_period()));
-    EXPECT_EQ(test::records().messages.size() + test::records().dumps.size(), 0U);
-    EXPECT_EQ(test::assertions(), std::vector<std::string>{});
-}
-
 TEST_F(BufferingPeriod, WithoutAUnit) {
     const Message message;
     const std::unique_ptr<vui_t> vui = message.vui();

@@ -231,20 +231,6 @@ TEST_F(PicTimingRewrite, ASourceThatCannotBeDeencapsulatedLosesTheBufferAndLeave
     EXPECT_EQ(length, 5U);
 }
 
-TEST_F(PicTimingRewrite, WithoutMemory) {
-    const TimingRewrite rewrite(RewriteSps(), full_timing(), kTimingSource, 1);
-    EXPECT_EQ(rewrite.result, FALSE);
-    EXPECT_TRUE(rewrite.left_as_it_was);
-    EXPECT_EQ(rewrite.length, TimingRewrite::kUntouched);
-    EXPECT_EQ(rewrite.not_freed, 0U);
-    EXPECT_EQ(reader_lines(), Lines{});
-    ASSERT_EQ(test::records().assertions.size(), 1U);
-    const test::Assertion& assertion = test::records().assertions[0];
-    EXPECT_EQ(assertion.expression, "pNewSEIBuffer = calloc(1, NewSEIBufLength)");
-    EXPECT_EQ(assertion.func, "H264Lib_Set_SEIPictiming_NAL");
-    EXPECT_EQ(assertion.file, "h264d.c");
-}
-
 TEST_F(PicTimingRewrite, NullArguments) {
     const std::unique_ptr<sps_t> sps = RewriteSps().sps();
     const sei_pic_timing_t pt = full_timing();

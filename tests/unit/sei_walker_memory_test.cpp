@@ -175,15 +175,6 @@ TEST_F(SeiWalkerMemory, TheHeapAreaIsFreedBeforeEveryReturn) {
     }
 }
 
-TEST_F(SeiWalkerMemory, WithoutMemoryTheWalkEnds) {
-    GuardedBuffer unit(long_unit(1025));
-    Call call(unit);
-    CallocWatch watch(1);
-    EXPECT_EQ(call.str(), "0: 0 4, 0 0 0, 77 0");
-    EXPECT_EQ(own_assertions(), std::vector<std::string>{"pSEISodbBuffer = calloc(1, BufferLen)"});
-    EXPECT_EQ(watch.sizes(), std::vector<std::size_t>{1025});
-}
-
 TEST_F(SeiWalkerMemory, AUnitThatIsAllZerosBehindItsHeader) {
     GuardedBuffer unit(join({0, 0, 1, 6}, Bytes(2000, 0)));
     CallocWatch watch;

@@ -1,4 +1,4 @@
-// The slice entries' one piece of memory: what it costs, that it is given back, and what happens when there is none.
+// The slice entries' one piece of memory: what it costs, and that it is given back.
 #include <gtest/gtest.h>
 
 #include "calloc_watch.h"
@@ -12,9 +12,7 @@ using test::Bytes;
 using test::CallocWatch;
 using test::filled;
 using test::GuardedBuffer;
-using test::Log;
 using test::SliceSyntax;
-using test::text;
 
 // The size of any first piece that does not grow with the slice.
 constexpr std::size_t kFewBytes = 1024;
@@ -29,11 +27,6 @@ int call(Entry entry, const SliceSyntax& sets, const unsigned char* buffer, std:
 
 std::string name_of(Entry entry) {
     return entry == Entry::kHeader ? "parse_slice_header_nal" : "parse_slice_type_only_nal";
-}
-
-test::LogLine out_of_memory(Entry entry, std::size_t buffer_len) {
-    return {3, name_of(entry),
-            text("Failed to allocate memory for nal_sodb_buffer. Size requested:%zu.", buffer_len + 32)};
 }
 
 // A header of some thousand bytes.
@@ -120,88 +113,6 @@ TEST_P(SliceMemory, EveryWayOutGivesItBack) {
     const CallocWatch watch;
     call(GetParam(), slice, nullptr, 100, record);
     EXPECT_TRUE(watch.sizes().empty());
-}
-
-TEST_P(SliceMemory, WithoutMemoryNothingIsRead) {
-    const SliceSyntax slice;
-    // Whether there is a start code is not known yet.
-    for (const Bytes& unit : {slice.unit(), Bytes{1, 2, 3, 4, 5, 6}, slice.unit(3, Bytes(100000, 0x77))})
-        for (const int level : {3, 6, 8}) {
-            GuardedBuffer memory(unit);
-            slice_header_t record = filled<slice_header_t>(0x11);
-            test::reset(level);
-            const CallocWatch watch(1);
-            EXPECT_EQ(call(GetParam(), slice, memory.data(), unit.size(), record), 0);
-            EXPECT_EQ(test::recorded_log(), Log{out_of_memory(GetParam(), unit.size())});
-            EXPECT_EQ(watch.sizes().size(), 1U);
-            EXPECT_EQ(test::difference(record, filled<slice_header_t>(0x11)), "");
-        }
-}
-
-// A header that runs on asks for more memory: whenever there is none, the result is that of a call without memory.
-TEST_P(SliceMemory, MemoryMayRunOutLater) {
-    const SliceSyntax slice = long_header();
-    const Bytes unit = GetParam() == Entry::kHeader ? slice.unit() : unit_of_zeros(40000);
-    GuardedBuffer memory(unit);
-    std::size_t calls = 0;
-    for (int failing = 0; failing <= static_cast<int>(calls); ++failing)
-        for (const int level : {3, 6}) {
-            SCOPED_TRACE(failing);
-            slice_header_t record = slice.record_before();
-            test::reset(level);
-            const CallocWatch watch(failing);
-            const int result = call(GetParam(), slice, memory.data(), unit.size(), record);
-            EXPECT_EQ(watch.not_freed(), 0U);
-            if (failing == 0) {
-                calls = watch.sizes().size();
-                ASSERT_GE(calls, 2U) << "the header does not run on";
-                EXPECT_EQ(result, GetParam() == Entry::kHeader ? 1 : 0);
-                continue;
-            }
-            EXPECT_EQ(watch.sizes().size(), static_cast<std::size_t>(failing)) << "no further attempt";
-            EXPECT_EQ(result, 0);
-            const Log log = test::up_to_level(test::recorded_log(), 3);
-            ASSERT_FALSE(log.empty());
-            EXPECT_EQ(log.back(), out_of_memory(GetParam(), unit.size()));
-        }
-}
-
-// Missing memory is no missing element, and is not reported as one.
-TEST(SliceMemory, OnlyTheLackOfMemoryIsReported) {
-    SliceSyntax slice = long_header();
-    const Bytes unit = slice.unit();
-    GuardedBuffer memory(unit);
-    slice_header_t record = slice.record_before();
-    test::reset(3);
-    const CallocWatch watch(2);
-    EXPECT_EQ(call(Entry::kHeader, slice, memory.data(), unit.size(), record), 0);
-    EXPECT_EQ(test::recorded_log(), Log{out_of_memory(Entry::kHeader, unit.size())});
-}
-
-// In a prediction weight table, whose failure is ignored otherwise.
-TEST(SliceMemory, MemoryMayRunOutInsideAPredictionWeightTable) {
-    SliceSyntax slice;
-    slice.slice_type = 5;
-    slice.pps.weighted_pred_flag = 1;
-    slice.num_ref_idx_active_override_flag = true;
-    slice.weights_l0.assign(800, {true, 100, -100, false});
-    for (const unsigned nal_ref_idc : {0U, 1U})
-        for (const bool entropy_coding : {false, true}) {
-            slice.nal_ref_idc = nal_ref_idc;
-            slice.pps.entropy_coding_mode_flag = entropy_coding ? 1 : 0;
-            const Bytes unit = slice.unit();
-            GuardedBuffer memory(unit);
-            for (const int failing : {2, 3}) {
-                slice_header_t record = slice.record_before();
-                test::reset(3);
-                const CallocWatch watch(failing);
-                EXPECT_EQ(call(Entry::kHeader, slice, memory.data(), unit.size(), record), 0);
-                EXPECT_EQ(watch.not_freed(), 0U);
-                EXPECT_EQ(watch.sizes().size(), static_cast<std::size_t>(failing));
-                EXPECT_EQ(test::recorded_log().back(), out_of_memory(Entry::kHeader, unit.size()));
-                EXPECT_EQ(record.slice_header_end_bitoffset, slice.record_before().slice_header_end_bitoffset);
-            }
-        }
 }
 
 }  // namespace

@@ -104,30 +104,6 @@ TEST_F(SpsRewriteFailures, At257BytesBehindTheStartCodeItIsRefused) {
     }
 }
 
-TEST_F(SpsRewriteFailures, NoMemory) {
-    const SpsSyntax sps = with_vui();
-    const Bytes unit = sps.unit();
-    const auto record = record_of(sps);
-    test::reset(8);
-    unsigned char untouched = 0;
-    unsigned char* out = &untouched;
-    UINT length = kNoLength;
-    {
-        const CallocWatch watch(1);
-        EXPECT_EQ(H264Lib_Set_sps_vui_parameters_NAL(unit.data(), static_cast<unsigned>(unit.size()), record.get(),
-                                                     &out, &length),
-                  FALSE);
-        EXPECT_EQ(watch.sizes(), std::vector<std::size_t>{unit.size() + 68});
-    }
-    EXPECT_EQ(out, &untouched);
-    EXPECT_EQ(length, kNoLength);
-    EXPECT_EQ(test::assertions(), Texts{"pNewSpsBuffer = calloc(1, NewSpsBufLength)"});
-    ASSERT_EQ(test::records().assertions.size(), 1U);
-    EXPECT_EQ(test::records().assertions[0].func, kName);
-    EXPECT_EQ(test::records().assertions[0].file, "h264d.c");
-    EXPECT_EQ(test::recorded_log(), Log{});
-}
-
 // The size of the new unit does not wrap.
 TEST_F(SpsRewriteFailures, ALengthNear2To32) {
     const Bytes unit = with_vui().unit();

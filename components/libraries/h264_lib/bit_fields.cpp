@@ -17,13 +17,14 @@ using h264::kByteTraceLevel;
 constexpr unsigned int kLeastUnsigned = 1;
 constexpr unsigned int kLeastSigned = 2;
 
-// Whether n bits, which a value of Width bits can hold, are there, far from the end, and nothing is to be reported
-// about them. The functions take this path first; what else there may be is left to those below.
+// Whether n is 1 to Width (0 wraps), 64 bits are left, so that no load or store needs care, and nothing is to be
+// reported. The functions take this path first; what else there may be is left to those below.
 template <unsigned int Width>
 bool is_plain_field(const bitbuffer_t* bb, unsigned int n) {
     return bb != nullptr && n - 1 < Width && !is_emitted(kByteTraceLevel) && has_bits(*bb, 64);
 }
 
+// These succeed, and say so for their callers.
 template <typename T>
 int read_silently(bitbuffer_t& bb, unsigned int n, T* value) {
     const std::uint64_t bits = h264::peek_bits(bb, n);
@@ -47,8 +48,8 @@ int write_silently(bitbuffer_t& bb, unsigned int n, std::uint64_t value) {
     return 0;
 }
 
-// function: the one that was called, under whose name its preconditions are reported; fits: that on n. Scratch areas
-// are left-aligned: n bits of a value fill the first n bits of the string.
+// function: the one that was called, under whose name its preconditions are reported; fits: the text of the one on n.
+// Scratch areas are left-aligned: n bits of a value fill the first n bits of the string.
 template <unsigned int Width, typename T>
 [[gnu::noinline]] int read_unsigned(bitbuffer_t* bb, unsigned int n, T* value, const char* function, const char* fits) {
     DO_ASSERT_AS(function, bb != NULL);
@@ -74,7 +75,7 @@ template <unsigned int Width>
     return SetNextNBitsFromString(bb, n, scratch);
 }
 
-// A sign bit and n - 1 magnitude bits. With n = Width + 1 the magnitude fills the type.
+// A sign bit and n - 1 magnitude bits: with n = Width + 1 too, which the precondition excludes.
 template <unsigned int Width, typename T, typename Unsigned>
 [[gnu::noinline]] int read_signed(bitbuffer_t* bb, unsigned int n, T* value,
                                   int (*read_magnitude)(bitbuffer_t*, unsigned int, Unsigned*), const char* function,

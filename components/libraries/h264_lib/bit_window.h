@@ -37,7 +37,8 @@ inline std::uint64_t load_few(const unsigned char* bytes, std::uint64_t count) {
     return value;
 }
 
-// The bits at the position, which is in the area, first bit on top: at least min(57, bits left).
+// The bits at the position, which is in the area, first bit on top: at least min(57, bits left), and whatever the
+// area's last byte has behind them.
 inline std::uint64_t peek_window(const bitbuffer_t& bb) {
     const std::uint64_t first = bb.bit_offset / NUM_BITS_IN_BYTE;
     const unsigned int shift = bb.bit_offset % NUM_BITS_IN_BYTE;
@@ -48,10 +49,10 @@ inline std::uint64_t peek_window(const bitbuffer_t& bb) {
     return load_big_endian(bb.bit_buffer + start) << (bb.bit_offset - NUM_BITS_IN_BYTE * start);
 }
 
-// Bits at the position, first bit on top, the rest zero.
+// Bits at the position, first bit on top.
 struct BitWindow {
     std::uint64_t bits;
-    unsigned int count;  // how many of them are in the area: at least min(57, bits left)
+    unsigned int count;  // how many of them count, at least min(57, bits left); the others may be anything
 };
 
 // The bits at the position, without advancing.
@@ -68,9 +69,8 @@ inline std::uint64_t peek_bits(const bitbuffer_t& bb, unsigned int n) {
     return bits >> (64 - n);
 }
 
-// Writes bits where mask has ones, over the bytes from the position's on, which are first in both; the last of the
-// bytes that mask touches is in the area.
-[[gnu::noinline]] inline void put_last_bytes(unsigned char* bytes, std::uint64_t mask, std::uint64_t bits) {
+// Replaces the bits that are 1 in mask, a byte at a time, the first byte on top of both; stops behind the last of them.
+[[gnu::noinline]] inline void put_bytes(unsigned char* bytes, std::uint64_t mask, std::uint64_t bits) {
     for (; mask != 0; mask <<= NUM_BITS_IN_BYTE, bits <<= NUM_BITS_IN_BYTE, ++bytes)
         *bytes = static_cast<unsigned char>((*bytes & ~(mask >> 56)) | bits >> 56);
 }
@@ -87,15 +87,16 @@ inline void put_bits(bitbuffer_t& bb, unsigned int n, std::uint64_t value) {
     if (whole_window)
         store_big_endian(bytes, (load_big_endian(bytes) & ~(mask >> shift)) | bits >> shift);
     else
-        put_last_bytes(bytes, mask >> shift, bits >> shift);
+        put_bytes(bytes, mask >> shift, bits >> shift);
     if (shift + n > 64) {
         const unsigned int up = 64 - shift;  // bits that went into the window
-        put_last_bytes(bytes + 8, mask << up, bits << up);
+        put_bytes(bytes + 8, mask << up, bits << up);
     }
 }
 
 // Copies the n bits at the position, all in the area, to a string; the unused bits of its last byte become zero.
 inline void copy_bits_out(bitbuffer_t bb, unsigned int n, unsigned char* out) {
+    if (n == 0) return;
     if (bb.bit_offset % NUM_BITS_IN_BYTE == 0) {
         const unsigned int whole = n / NUM_BITS_IN_BYTE;
         std::memcpy(out, bb.bit_buffer + bb.bit_offset / NUM_BITS_IN_BYTE, whole);
@@ -112,6 +113,7 @@ inline void copy_bits_out(bitbuffer_t bb, unsigned int n, unsigned char* out) {
 
 // Writes the first n bits of a string at the position, all in the area, and advances.
 inline void copy_bits_in(bitbuffer_t& bb, unsigned int n, const unsigned char* in) {
+    if (n == 0) return;
     if (bb.bit_offset % NUM_BITS_IN_BYTE == 0) {
         const unsigned int whole = n / NUM_BITS_IN_BYTE;
         std::memcpy(bb.bit_buffer + bb.bit_offset / NUM_BITS_IN_BYTE, in, whole);
@@ -120,16 +122,18 @@ inline void copy_bits_in(bitbuffer_t& bb, unsigned int n, const unsigned char* i
         bb.bit_offset += whole * NUM_BITS_IN_BYTE;
     }
     if (n >= 64) {
-        const unsigned int shift = bb.bit_offset % NUM_BITS_IN_BYTE;  // not 0
+        // Not aligned, or few bits would be left. Each store holds the bits carried over from the one before, and the
+        // last ones are written as a field, since what stands behind them stays.
+        const unsigned int shift = bb.bit_offset % NUM_BITS_IN_BYTE;
         unsigned char* bytes = bb.bit_buffer + bb.bit_offset / NUM_BITS_IN_BYTE;
-        std::uint64_t before = *bytes >> (NUM_BITS_IN_BYTE - shift);  // the shift bits in front of the next 64
+        std::uint64_t carried = *bytes >> (NUM_BITS_IN_BYTE - shift);
         bb.bit_offset -= shift;
         for (; n >= 64; n -= 64, in += 8, bytes += 8, bb.bit_offset += 64) {
             const std::uint64_t bits = load_big_endian(in);
-            store_big_endian(bytes, before << (64 - shift) | bits >> shift);
-            before = bits & ~(~std::uint64_t{0} << shift);
+            store_big_endian(bytes, carried << (64 - shift) | bits >> shift);
+            carried = bits & ~(~std::uint64_t{0} << shift);
         }
-        put_bits(bb, shift, before);
+        put_bits(bb, shift, carried);
     }
     for (; n >= NUM_BITS_IN_BYTE; n -= NUM_BITS_IN_BYTE, ++in) put_bits(bb, NUM_BITS_IN_BYTE, *in);
     if (n > 0) put_bits(bb, n, *in >> (NUM_BITS_IN_BYTE - n));

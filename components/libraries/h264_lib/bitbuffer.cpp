@@ -79,7 +79,7 @@ static int _GetNextNBitsAsString(const bitbuffer_t* bb, unsigned int n, unsigned
     DO_ASSERT(OutSizeBytes >= (DIVIDE_AND_CEIL(n, NUM_BITS_IN_BYTE)));
     if (bb == nullptr || !has_bits(*bb, n)) return -1;
     if (out == nullptr) return 0;
-    // What the caller declared too small an output for is passed over.
+    // Only as many bytes as the caller declared are stored.
     const auto stored =
         static_cast<unsigned int>(std::min<std::uint64_t>(n, std::uint64_t{OutSizeBytes} * NUM_BITS_IN_BYTE));
     if (!is_emitted(h264::kByteTraceLevel)) {

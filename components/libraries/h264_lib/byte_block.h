@@ -1,5 +1,5 @@
-// Blocks of 64 bytes as bit masks, bit i for byte i, and of 8 bytes. Emulation prevention works on them where zero
-// bytes are dense and near the end; where zero bytes are rare it searches and copies.
+// Blocks of 64 bytes as bit masks, bit i for byte i, and words of 8 bytes. Emulation prevention works on them where the
+// bytes that matter are dense, and near the end; where they are rare it searches and copies.
 #pragma once
 
 #include <bit>
@@ -15,11 +15,11 @@ namespace h264 {
 constexpr std::size_t kBlockBytes = 64;
 constexpr std::size_t kWordBytes = 8;
 constexpr std::size_t kCopyBytes = 16;
-// Bytes that must be there from a block's first on, for input and output alike, to copy it in pieces. Bytes behind a
-// copy are overwritten by what the bytes behind the block become: at least two for every three.
+// Bytes of input that must be there from a block's first on to copy it in pieces: copy_loosely reads behind them. What
+// it writes behind them is overwritten by what the bytes behind the block become, two for every three at least.
 constexpr std::size_t kBlockReach = kBlockBytes + 2 * kCopyBytes;
 // What fits into a block is not worth a search.
-constexpr std::size_t kSearchedBytes = kBlockBytes + 1;
+constexpr std::size_t kLeastSearched = kBlockBytes + 1;
 // A byte that is found this near belongs to a dense stretch.
 constexpr std::size_t kNear = 8;
 
@@ -36,7 +36,7 @@ inline std::uint64_t mark_zeros(std::uint64_t word) {
     return ~(((word & kLowBits) + kLowBits) | word | kLowBits);
 }
 
-// The bytes of a block that equal value in the bits of mask, where value has no others: on any processor.
+// The bytes b of a block with (b & mask) == value, on any processor.
 inline std::uint64_t find_bytes_by_words(const unsigned char* block, unsigned char value, unsigned char mask = 0xFF) {
     constexpr std::uint64_t kEveryByte = 0x0101010101010101;
     std::uint64_t found = 0;
@@ -64,7 +64,7 @@ inline std::uint64_t find_bytes(const unsigned char* block, unsigned char value,
 #endif
 }
 
-// Copies the bytes from begin to end, and up to kCopyBytes behind them. Returns the end of the copy.
+// Copies the bytes from begin to end. Reads and writes up to kCopyBytes behind them. Returns the end of the copy.
 inline unsigned char* copy_loosely(unsigned char* to, const unsigned char* begin, const unsigned char* end) {
     unsigned char* const copied = to + (end - begin);
     do {

@@ -28,8 +28,8 @@ bool read_short_code(bitbuffer_t* bb, std::uint64_t& value) {
     return true;
 }
 
-// Reads any code that GetUint32Golomb may return, whose name is function.
-[[gnu::noinline]] int read_code(bitbuffer_t* bb, unsigned long* value, const char* function) {
+// The general reader of GetUint32Golomb; function: that name.
+[[gnu::noinline]] int read_code32(bitbuffer_t* bb, unsigned long* value, const char* function) {
     DO_ASSERT_AS(function, bb != NULL);
     unsigned int zeros = 0;
     if (bb == nullptr || CountConsecutiveBits(bb, 0, &zeros) != 0) return -1;
@@ -84,19 +84,18 @@ int GetUint32Golomb(bitbuffer_t* bb, unsigned long* value) {
         if (value != nullptr) *value = code;
         return 0;
     }
-    return read_code(bb, value, __func__);
+    return read_code32(bb, value, __func__);
 }
 
 int GetUint64Golomb(bitbuffer_t* bb, unsigned long long* value) {
-    DO_ASSERT(bb != NULL);
-    if (bb == nullptr) return -1;
     if (std::uint64_t code = 0; read_short_code(bb, code)) {
         if (value != nullptr) *value = code;
         return 0;
     }
+    DO_ASSERT(bb != NULL);
     unsigned int zeros = 0;
     unsigned long long suffix = 0;
-    if (CountConsecutiveBits(bb, 0, &zeros) != 0 || zeros > 63) return -1;
+    if (bb == nullptr || CountConsecutiveBits(bb, 0, &zeros) != 0 || zeros > 63) return -1;
     if (zeros > 0 && GetNextNBitsAsUint64(bb, zeros, &suffix) != 0) return -1;
     if (value != nullptr) *value = (1ULL << zeros) + suffix - 1;
     return 0;
@@ -155,7 +154,7 @@ int SetUint64Golomb(bitbuffer_t* bb, unsigned long long value) {
     if (zeros == 0) return 0;
 
     // A 32-bit signed 1 << (zeros % 32) is subtracted where the standard has 2^zeros, so that codes with more than 31
-    // zeros (values from 2^32 - 1 on) get another suffix. This is meant: such codes are read as they always were.
+    // zeros (values from 2^32 - 1 on) get another suffix. This is meant: what programs have written stays what it is.
     const auto subtracted = static_cast<std::int64_t>(static_cast<std::int32_t>(std::uint32_t{1} << zeros % 32));
     h264::store_big_endian(scratch, (code - static_cast<std::uint64_t>(subtracted)) << (64 - zeros));
     return SetNextNBitsFromString(bb, zeros, scratch);

@@ -33,11 +33,11 @@ constexpr int low32s(T value) {
 }  // namespace h264
 
 // A message, emitted when the level allows; no argument is computed before that is known. The line feed that ends every
-// message is added here.
+// message is added.
 #define LOG(level, ...) LOG_AS(__func__, level, __VA_ARGS__)
 
 // The same for code that several functions share: function is the name of the one that was called.
-#ifdef __cppcheck__  // it does not know __VA_OPT__
+#ifdef __cppcheck__  // It does not know __VA_OPT__; this lets it check the arguments.
 #define LOG_AS(function, level, ...) \
     _DoDbgPrintEx(g_hH264LibDbg, (level), (function), kModuleFile, __LINE__, __VA_ARGS__)
 #else

@@ -13,7 +13,8 @@ using h264::kBlockReach;
 using h264::kWordBytes;
 
 constexpr unsigned char kEmulationPrevention = 3;
-constexpr unsigned char kUpToThree = 0xFC;  // the bits that are 0 in bytes from 0 to 3
+constexpr unsigned char kAboveThree = 0xFC;  // bits that are 0 in bytes from 0 to 3
+
 // Of candidates in a row, every second one: an emulation prevention byte ends the run of zeros before it, so that the
 // byte next to the one it protects needs none.
 std::uint64_t every_second(std::uint64_t candidates) {
@@ -30,10 +31,10 @@ public:
                   bool bypass_checks)
         : in_(in), in_end_(in + in_length), out_(out), out_end_(out + out_length), bypass_checks_(bypass_checks) {}
 
-    // False when there is no room for the byte at in_, or for the emulation prevention byte before it.
+    // False when there is no room for the next byte, or for the emulation prevention byte before it.
     bool run() {
         while (in_ < in_end_) {
-            if (!dense_ && zeros_ == 0 && left() >= h264::kSearchedBytes && !copy_sparse()) return false;
+            if (!dense_ && zeros_ == 0 && left() >= h264::kLeastSearched && !copy_sparse()) return false;
             const bool has_block = std::min(left(), room()) >= kBlockBytes;
             if ((!has_block || !move_block()) && !move_bytes()) return false;
         }
@@ -47,7 +48,7 @@ private:
 
     std::size_t room() const { return out_ < out_end_ ? static_cast<std::size_t>(out_end_ - out_) : 0; }
 
-    // Copies up to the next byte that may need protection: two zeros in a row, or a zero soon after in_.
+    // Copies up to two zeros in a row, or a zero soon after another one.
     bool copy_sparse() {
         const unsigned char* stop = in_;
         while (in_end_ - stop >= 3) {
@@ -71,15 +72,14 @@ private:
         return copied == wanted;
     }
 
-    // Moves a block, unless it must be copied in pieces and there are too few bytes behind it or too little room: with
-    // an emulation prevention byte for every two of its bytes there must still be room for what makes the copies'
-    // surplus disappear.
+    // Moves a block, unless it must be copied in pieces and there are too few bytes behind it or too little room: a
+    // block becomes at most 96 bytes, and the last copy writes up to 16 behind them.
     bool move_block() {
         const std::uint64_t zero = h264::find_bytes(in_, 0);
         const std::uint64_t one_before = zero << 1 | (zeros_ >= 1 ? 1U : 0U);
         const std::uint64_t two_before = one_before & (one_before << 1 | (zeros_ >= 2 ? 1U : 0U));
         std::uint64_t escaped = 0;
-        if (two_before != 0) escaped = every_second(two_before & h264::find_bytes(in_, 0, kUpToThree));
+        if (two_before != 0) escaped = every_second(two_before & h264::find_bytes(in_, 0, kAboveThree));
         dense_ = two_before != 0;
         const unsigned char* in = in_;
         unsigned char* out = out_;
@@ -90,7 +90,7 @@ private:
         } else if (left() < kBlockReach || room() < 2 * kBlockReach) {
             return false;
         } else {
-            // Bytes that are written could be those of the members: not of these.
+            // Locals: for all the compiler knows a byte that is written may be one of a member.
             for (std::uint64_t rest = escaped; rest != 0; rest &= rest - 1) {
                 const unsigned char* const next = in_ + std::countr_zero(rest);
                 out = h264::copy_loosely(out, in, next);
@@ -107,13 +107,13 @@ private:
         return true;
     }
 
-    // Moves what is left, at most a block: by words until zeros meet.
+    // Moves up to a block: by words until zeros meet.
     bool move_bytes() {
         const unsigned char* const stop = in_ + std::min(left(), kBlockBytes);
-        const auto rest = [&] { return static_cast<std::size_t>(stop - in_); };
-        while (!dense_ && rest() >= kWordBytes && move_word()) {
+        const auto still = [&] { return static_cast<std::size_t>(stop - in_); };
+        while (!dense_ && still() >= kWordBytes && move_word()) {
         }
-        return room() > 2 * rest() + 2 ? move_singly<false>(stop) : move_singly<true>(stop);
+        return room() > 2 * still() + 2 ? move_singly<false>(stop) : move_singly<true>(stop);
     }
 
     // Moves a word in which, and before which, no zeros meet, when there is room.
@@ -163,7 +163,6 @@ private:
 // function: the name messages are reported under. Not inlined, so that there is one place to inline the run into.
 [[gnu::noinline]] int encapsulate(const unsigned char* input_buf, unsigned int inbuf_len, unsigned char* output_buf,
                                   unsigned int outbuf_len, bool bypass_checks, const char* function) {
-    if (input_buf == nullptr || output_buf == nullptr) return 0;
     if (!bypass_checks) {
         const unsigned int required = DIVIDE_AND_CEIL(inbuf_len, 3) * 4;
         if (required > outbuf_len) {
@@ -173,6 +172,7 @@ private:
             return 0;
         }
     }
+    if (input_buf == nullptr || output_buf == nullptr) return 0;
     Encapsulation encapsulation(input_buf, inbuf_len, output_buf, outbuf_len, bypass_checks);
     if (!encapsulation.run()) {
         LOG_AS(function, 3, "OuputBufferPtr:%p is near end of OutBufEndAddr=%p",

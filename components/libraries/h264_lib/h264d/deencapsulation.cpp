@@ -27,7 +27,7 @@ public:
     // Returns the end of what was written.
     unsigned char* run() {
         while (in_ < in_end_) {
-            if (!dense_ && left() >= h264::kSearchedBytes) copy_sparse();
+            if (!dense_ && left() >= h264::kLeastSearched) copy_sparse();
             if (left() < h264::kBlockBytes || !move_block()) move_bytes();
         }
         return out_;
@@ -38,22 +38,22 @@ private:
     // Whether the byte so many before in_ is 0.
     bool zero_before(std::ptrdiff_t distance) const { return in_ - in_begin_ >= distance && in_[-distance] == 0; }
 
-    // Copies up to the end, or to behind a byte of emulation prevention, which is left out, when the next one may be
-    // near.
+    // Copies up to the end, or to behind a 3 soon after another one. Bytes of emulation prevention are left out.
     void copy_sparse() {
         const unsigned char* search = std::max(in_, in_begin_ + std::min<std::ptrdiff_t>(2, in_end_ - in_begin_));
-        while (search < in_end_) {
+        bool near = false;
+        while (!near && search < in_end_) {
             const void* found = std::memchr(search, 3, static_cast<std::size_t>(in_end_ - search));
             if (found == nullptr) break;
             const auto* three = static_cast<const unsigned char*>(found);
-            const bool near = static_cast<std::size_t>(three - search) < h264::kNear;
+            near = static_cast<std::size_t>(three - search) < h264::kNear;
             search = three + 1;
-            if (!ends_pattern(three)) continue;
-            copy(three);
-            in_ = search;
-            if (near) return;
+            if (ends_pattern(three)) {
+                copy(three);
+                in_ = search;
+            }
         }
-        copy(in_end_);
+        copy(near ? search : in_end_);
     }
     void copy(const unsigned char* end) {
         const auto count = static_cast<std::size_t>(end - in_);
@@ -77,7 +77,7 @@ private:
             return true;
         }
         if (left() < h264::kBlockReach) return false;
-        // Bytes that are written could be those of the members: not of these.
+        // Locals: for all the compiler knows a byte that is written may be one of a member.
         const unsigned char* in = in_;
         unsigned char* out = out_;
         const unsigned char* const end = in + h264::kBlockBytes;
