@@ -11,10 +11,13 @@
 
 namespace h264 {
 
-inline std::uint64_t load_big_endian(const unsigned char* bytes) {
+template <typename T = std::uint64_t>
+std::uint64_t load_big_endian(const unsigned char* bytes) {
     static_assert(std::endian::native == std::endian::little);
-    std::uint64_t value;
+    T value;
     std::memcpy(&value, bytes, sizeof value);
+    if constexpr (sizeof value == 2) return __builtin_bswap16(value);
+    if constexpr (sizeof value == 4) return __builtin_bswap32(value);
     return __builtin_bswap64(value);
 }
 
@@ -30,11 +33,14 @@ inline std::uint64_t size_bytes(const bitbuffer_t& bb) {
 // Whether n bits are left. Also right for a position behind the end.
 inline bool has_bits(const bitbuffer_t& bb, std::uint64_t n) { return bb.bit_offset + n <= bb.num_bits; }
 
-// Up to 8 bytes, first byte on top, zeros behind them.
+// Up to 7 bytes, first byte on top, zeros behind them. Two loads meet in the middle, where they have the same bytes.
 inline std::uint64_t load_few(const unsigned char* bytes, std::uint64_t count) {
-    std::uint64_t value = 0;
-    for (std::uint64_t i = 0; i < count; ++i) value |= std::uint64_t{bytes[i]} << (56 - NUM_BITS_IN_BYTE * i);
-    return value;
+    const std::uint64_t down = 64 - NUM_BITS_IN_BYTE * count;  // of the last byte
+    if (count >= 4)
+        return load_big_endian<std::uint32_t>(bytes) << 32 | load_big_endian<std::uint32_t>(bytes + count - 4) << down;
+    if (count >= 2)
+        return load_big_endian<std::uint16_t>(bytes) << 48 | load_big_endian<std::uint16_t>(bytes + count - 2) << down;
+    return count == 1 ? std::uint64_t{*bytes} << 56 : 0;
 }
 
 // The bits at the position, which is in the area, first bit on top: at least min(57, bits left), and whatever the
@@ -65,7 +71,8 @@ inline BitWindow peek(const bitbuffer_t& bb) {
 inline std::uint64_t peek_bits(const bitbuffer_t& bb, unsigned int n) {
     std::uint64_t bits = peek_window(bb);
     const unsigned int shift = bb.bit_offset % NUM_BITS_IN_BYTE;
-    if (n + shift > 64) bits |= bb.bit_buffer[bb.bit_offset / NUM_BITS_IN_BYTE + 8] >> (NUM_BITS_IN_BYTE - shift);
+    if (n + shift > 64) [[unlikely]]
+        bits |= bb.bit_buffer[bb.bit_offset / NUM_BITS_IN_BYTE + 8] >> (NUM_BITS_IN_BYTE - shift);
     return bits >> (64 - n);
 }
 
