@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Measures the library and h264tool, and prints a table: bench.py [--check] BUILD_DIRECTORY
 
-Every figure stands beside one of the same run. Programs are pinned to one processor, their repetitions interleaved, and
-medians are taken. --check counts instructions alone and fails when one of the main calls needs more than the committed
+Every figure stands beside one that was measured just before or behind it. Programs are pinned to one processor and run
+several times, and medians are taken: of the times, and of the quotients of each run. --check counts instructions alone and fails when one of the main calls needs more than the committed
 table says; --update writes that table.
 """
 
@@ -17,7 +17,7 @@ import sys
 import commands
 import instructions
 
-REPETITIONS = 7
+RUNS = 15
 
 # Name of the benchmark, what it is compared with, and the most that the quotient of their times shall be.
 UNITS = [("sps", 0.5), ("pps", 0.4), ("slice_200B", 0.8), ("slice_20KB", 0.8), ("slice_1MB", 0.8),
@@ -54,30 +54,45 @@ def pin():
 
 
 def run_benchmarks(program, pattern, *, pinned=True):
-    """Medians of the CPU time in ns by benchmark (real time of threads), and bytes per second where there are any."""
-    out = subprocess.run(
-        [program, f"--benchmark_filter={pattern}", f"--benchmark_repetitions={REPETITIONS}",
-         "--benchmark_enable_random_interleaving=true", "--benchmark_min_time=0.03", "--benchmark_format=json"],
-        check=True, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, preexec_fn=pin if pinned else None,
-    )  # fmt: skip
+    """CPU times in ns (real time of threads) of each run, by benchmark."""
     times = {}
-    for entry in json.loads(out.stdout)["benchmarks"]:
-        if entry.get("error_occurred"):
-            sys.exit(f"{entry['name']}: {entry['error_message']}")
-        if entry.get("run_type") == "iteration":
+    for _ in range(RUNS):
+        out = subprocess.run(
+            [program, f"--benchmark_filter={pattern}", "--benchmark_min_time=0.01", "--benchmark_format=json"],
+            check=True, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, preexec_fn=pin if pinned else None,
+        )  # fmt: skip
+        for entry in json.loads(out.stdout)["benchmarks"]:
+            if entry.get("error_occurred"):
+                sys.exit(f"{entry['name']}: {entry['error_message']}")
             key = "real_time" if "threads" in entry["name"] else "cpu_time"
             times.setdefault(entry["run_name"], []).append(entry[key])
-    return {name: statistics.median(values) for name, values in times.items()}
+    return times
 
 
-def compare(times, name, kind, aim, text, *, most=True):
+def median(times, name):
+    return statistics.median(times[name])
+
+
+def quotient(times, name, other):
+    return statistics.median(a / b for a, b in zip(times[name], times[other]))
+
+
+def compare(times, name, kind, aim, text):
     """A row for call/NAME against KIND/NAME; none when the other was not measured."""
-    ours, other = times.get(f"call/{name}"), times.get(f"{kind}/{name}")
-    if ours is None or other is None:
+    ours, other = f"call/{name}", f"{kind}/{name}"
+    if ours not in times or other not in times:
         return []
-    ratio = ours / other
+    ratio = quotient(times, ours, other)
     limit = f"<= {aim:.3g}" if aim else None
-    return [Row(text, time_text(ours), f"{kind} {time_text(other)}", ratio, limit, ratio <= aim if aim else None)]
+    return [Row(text, time_text(median(times, ours)), f"{kind} {time_text(median(times, other))}", ratio, limit,
+                ratio <= aim if aim else None)]  # fmt: skip
+
+
+def rate_row(times, name, size, other, other_text, aim):
+    """A row for the bytes per second of call/NAME, which moves so many bytes."""
+    rate = size / median(times, f"call/{name}")
+    return Row(name, f"{rate:.3g} GB/s", f"{other_text} {time_text(median(times, other))}",
+               quotient(times, f"call/{name}", other), f">= {aim} GB/s", rate >= aim)  # fmt: skip
 
 
 def unit_rows(times):
@@ -86,12 +101,15 @@ def unit_rows(times):
         rows += compare(times, name, "gstreamer", aim, name)
     for name in ("sps_cached", "pps_cached"):
         rows += compare(times, name, "copy", 1.5, name)
-    calibration = times["calibration"]
-    for name, most in TIMES:
-        time = times[f"call/{name}"]
-        rows.append(Row(name, time_text(time), f"calibration {time_text(calibration)}", time / calibration,
-                        f"<= {most} ns", time <= most))  # fmt: skip
-    return rows
+    return rows + [time_row(times, name, 1, most) for name, most in TIMES]
+
+
+def time_row(times, name, calls, most):
+    """A row for the time of one of so many calls that call/NAME makes."""
+    time = median(times, f"call/{name}") / calls
+    return Row(name, time_text(time), f"calibration {time_text(median(times, 'calibration'))}",
+               quotient(times, f"call/{name}", "calibration") / calls, f"<= {most} ns" if most else None,
+               time <= most if most else None)  # fmt: skip
 
 
 def byte_rows(times):
@@ -106,39 +124,28 @@ def byte_rows(times):
                     rows += compare(times, name, "bytewise", 1 / 10, name)
                 else:
                     size_in_bytes = {"64B": 64, "1KB": 1024, "64KB": 65536, "1MB": 1_000_000}[size]
-                    rate = size_in_bytes / times[f"call/{name}"]
-                    bytewise = times[f"bytewise/{name}"]
-                    rows.append(Row(name, f"{rate:.3g} GB/s", f"bytewise {time_text(bytewise)}",
-                                    times[f"call/{name}"] / bytewise, ">= 1 GB/s", rate >= 1))  # fmt: skip
+                    rows.append(rate_row(times, name, size_in_bytes, f"bytewise/{name}", "bytewise", 1))
     return rows
 
 
 def field_rows(times):
-    calibration = times["calibration"]
-    rows = []
-    for name, most in FIELDS:
-        time = times[f"call/{name}"] / CALLS_A_ROUND
-        rows.append(Row(name, time_text(time), f"calibration {time_text(calibration)}", time / calibration,
-                        f"<= {most} ns" if most else None, time <= most if most else None))  # fmt: skip
-    copy = times["memcpy/string"]
+    rows = [time_row(times, name, CALLS_A_ROUND, most) for name, most in FIELDS]
     for access in ("get", "set"):
-        aligned = times[f"call/{access}_string_aligned"]
-        rows.append(Row(f"{access}_string_aligned", f"{65536 / aligned:.3g} GB/s", f"memcpy {time_text(copy)}",
-                        aligned / copy, "<= 1.25", aligned <= 1.25 * copy))  # fmt: skip
-        unaligned = times[f"call/{access}_string_unaligned"]
-        rate = 65536 / unaligned
-        rows.append(Row(f"{access}_string_unaligned", f"{rate:.3g} GB/s", f"memcpy {time_text(copy)}", unaligned / copy,
-                        ">= 2 GB/s", rate >= 2))  # fmt: skip
+        ratio = quotient(times, f"call/{access}_string_aligned", "memcpy/string")
+        copy = median(times, "memcpy/string")
+        rows.append(Row(f"{access}_string_aligned", f"{65536 / (copy * ratio):.3g} GB/s", f"memcpy {time_text(copy)}",
+                        ratio, "<= 1.25", ratio <= 1.25))  # fmt: skip
+        rows.append(rate_row(times, f"{access}_string_unaligned", 65536, "memcpy/string", "memcpy", 2))
     return rows
 
 
 def thread_rows(program):
     times = run_benchmarks(program, "^read_units", pinned=False)
-    one = times["read_units/real_time/threads:1"]
-    two = times["read_units/real_time/threads:2"]
+    one, two = (f"read_units/real_time/threads:{threads}" for threads in (1, 2))
     # Real time by the iteration of all threads together.
-    gain = one / two
-    return [Row("two threads", time_text(two), f"one thread {time_text(one)}", two / one, "gain >= 1.9", gain >= 1.9)]
+    gain = quotient(times, one, two)
+    return [Row("two threads", time_text(median(times, two)), f"one thread {time_text(median(times, one))}", 1 / gain,
+                "gain >= 1.9", gain >= 1.9)]  # fmt: skip
 
 
 def main():

@@ -132,11 +132,10 @@ void move(benchmark::State& state, Mover mover, const Bytes& in) {
             unit[0] = kHeader;
             unit.resize(1 + bytewise_encapsulation(bytes, unit.data() + 1));
             const std::string suffix = std::string("_") + data + "_" + text;
-            for (const auto& kind : kinds) {
-                const std::string name = std::string(kind.name) + "/";
-                benchmark::RegisterBenchmark((name + "encapsulation" + suffix).c_str(), move, kind.in, bytes);
-                benchmark::RegisterBenchmark((name + "deencapsulation" + suffix).c_str(), move, kind.out, unit);
-            }
+            for (const auto& kind : kinds)
+                benchmark::RegisterBenchmark((kind.name + ("/encapsulation" + suffix)).c_str(), move, kind.in, bytes);
+            for (const auto& kind : kinds)
+                benchmark::RegisterBenchmark((kind.name + ("/deencapsulation" + suffix)).c_str(), move, kind.out, unit);
         }
     return true;
 }();

@@ -2,6 +2,10 @@
 #include <benchmark/benchmark.h>
 
 #include <cstring>
+#include <functional>
+#include <map>
+#include <string>
+#include <utility>
 
 #include "calls.h"
 #include "dbgtrace.h"
@@ -124,23 +128,34 @@ void gstreamer_sei(benchmark::State& state, const Bytes& bytes) {
 }
 #endif
 
+// What a call is compared with, by its name.
+std::map<std::string, std::pair<const char*, std::function<void(benchmark::State&)>>> references() {
+    std::map<std::string, std::pair<const char*, std::function<void(benchmark::State&)>>> list;
+    list["sps_cached"] = {"copy", [](auto& state) { compare_and_copy<sps_t>(state, samples().sps); }};
+    list["pps_cached"] = {"copy", [](auto& state) { compare_and_copy<pps_t>(state, samples().pps); }};
+#ifdef WITH_GSTREAMER
+    list["sps"] = {"gstreamer", gstreamer_sps};
+    list["pps"] = {"gstreamer", gstreamer_pps};
+    for (const auto& [name, bytes] : {std::pair("slice_200B", 200), {"slice_20KB", 20'000}, {"slice_1MB", 1'000'000}})
+        list[name] = {"gstreamer", [size = bytes](auto& state) { gstreamer_slice(state, std::size_t(size)); }};
+    for (const auto& [name, unit] : {std::pair("sei_pic_timing", &samples().pic_timing_sei),
+                                     {"sei_buffering_period", &samples().buffering_period_sei},
+                                     {"sei_four_messages", &samples().four_messages_sei}})
+        list[name] = {"gstreamer", [bytes = unit](auto& state) { gstreamer_sei(state, *bytes); }};
+#endif
+    return list;
+}
+
+// Next to each other, so that what slows the machine down for a while slows both.
 void register_all() {
-    for (const bench::Call& call : bench::calls())
+    const auto compared = references();
+    for (const bench::Call& call : bench::calls()) {
         benchmark::RegisterBenchmark(("call/" + call.name).c_str(), [run = call.run](benchmark::State& state) {
             for (auto _ : state) run();
         });
-    benchmark::RegisterBenchmark("copy/sps_cached", compare_and_copy<sps_t>, samples().sps);
-    benchmark::RegisterBenchmark("copy/pps_cached", compare_and_copy<pps_t>, samples().pps);
-#ifdef WITH_GSTREAMER
-    benchmark::RegisterBenchmark("gstreamer/sps", gstreamer_sps);
-    benchmark::RegisterBenchmark("gstreamer/pps", gstreamer_pps);
-    benchmark::RegisterBenchmark("gstreamer/slice_200B", gstreamer_slice, 200);
-    benchmark::RegisterBenchmark("gstreamer/slice_20KB", gstreamer_slice, 20'000);
-    benchmark::RegisterBenchmark("gstreamer/slice_1MB", gstreamer_slice, 1'000'000);
-    benchmark::RegisterBenchmark("gstreamer/sei_pic_timing", gstreamer_sei, samples().pic_timing_sei);
-    benchmark::RegisterBenchmark("gstreamer/sei_buffering_period", gstreamer_sei, samples().buffering_period_sei);
-    benchmark::RegisterBenchmark("gstreamer/sei_four_messages", gstreamer_sei, samples().four_messages_sei);
-#endif
+        if (const auto found = compared.find(call.name); found != compared.end())
+            benchmark::RegisterBenchmark((found->second.first + ("/" + call.name)).c_str(), found->second.second);
+    }
 }
 
 }  // namespace
