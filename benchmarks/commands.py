@@ -50,7 +50,7 @@ def run_on(command, content, times):
     process = subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
     for _ in range(times):
         process.stdin.write(content)
-    # Before it ends: the maximum that the kernel reports afterwards is at least that of this process.
+    # Before it ends: what the kernel reports afterwards is at least the memory of Python, from which it was forked.
     status = pathlib.Path(f"/proc/{process.pid}/status").read_text()
     process.stdin.close()
     _, exit_status, usage = os.wait4(process.pid, 0)

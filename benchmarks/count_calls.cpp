@@ -16,8 +16,10 @@ int main(int argc, char** argv) {
     const std::string setting = argv[3];
     if (setting == "none")
         g_hH264LibDbg = nullptr;
-    else
+    else if (setting.find_first_not_of("0123456789") == std::string::npos)
         DbgTraceSetLevel(std::atoi(argv[3]));
+    else
+        return 2;
     for (const bench::Call& call : bench::calls()) {
         if (call.name != argv[1]) continue;
         for (long i = std::atol(argv[2]); i > 0; --i) call.run();

@@ -40,9 +40,12 @@ def check(program, *, update):
         print(f"{name:24} {instructions:>8} {before or '':>8}")
         if before is None or instructions > before * MOST_GROWTH:
             grown.append(name)
+    gone = sorted(table.keys() - counts.keys())
+    if gone:
+        print("In benchmarks/instructions.json but not measured: " + ", ".join(gone))
     if grown:
         print("More than 5 % above benchmarks/instructions.json, or not in it: " + ", ".join(grown))
-    return 1 if grown else 0
+    return 1 if grown or gone else 0
 
 
 def levels(program):

@@ -442,8 +442,8 @@ H264_API int SODB_deencapsulation_from_NAL(const unsigned char* input_buf, unsig
  * @param outbuf_len  bytes that output_buf can hold: at least 4 for every 3 bytes of input, rounded up. Long runs of
  *                    zeros can need more: a byte for which there is no room is refused, and so is an inserted one that
  *                    would fill the output.
- * @return bytes written; 0 on failure, with a message at level 3 and a part of the result in output_buf; 0 without one
- *         for an inbuf_len of 0 and for null buffers
+ * @return bytes written; 0 on failure, with a message at level 3 and a part of the result in output_buf; 0 for an
+ *         inbuf_len of 0, and for null buffers, without a message of their own
  */
 H264_API int RBSP_encapsulation_within_NAL(const unsigned char* input_buf, unsigned int inbuf_len,
                                            unsigned char* output_buf, unsigned int outbuf_len);

@@ -28,6 +28,8 @@ struct Row {
     Lines failed;
     // The messages up to level 3 and the failed assertions that come with it.
     Lines reported;
+    // What it returns when there is memory.
+    char result = '1';
 };
 
 Lines assertions_of(Lines reported) {
@@ -114,6 +116,7 @@ std::vector<Row> slices() {
         slice_type("a short header", modifications.unit(), {"0: untouched"}),
         // first_mb_in_slice with more zeros than any code has: they are counted to the end.
         slice_type("zeros", test::nal_unit(0x41, Bytes(5000, 0)), {"0: untouched", "0: untouched", "0: untouched"})};
+    rows.back().result = '0';
 
     // A prediction weight table may be damaged, and the reader goes on. Without memory it does not.
     SliceSyntax weights = modifications;
@@ -210,6 +213,7 @@ TEST(AllocationFailure, OneAllocationAfterTheOther) {
             SCOPED_TRACE(text("%s, level %d", row.name.c_str(), level));
             const Called whole(row, level, 0);
             ASSERT_GE(whole.allocations, 1U);
+            EXPECT_EQ(whole.told.front(), row.result);
             // With all messages on, slices take all memory at once.
             if (level <= 3) {
                 EXPECT_EQ(whole.allocations, row.failed.size());

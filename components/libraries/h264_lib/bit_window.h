@@ -33,7 +33,7 @@ inline std::uint64_t size_bytes(const bitbuffer_t& bb) {
 // Whether n bits are left. Also right for a position behind the end.
 inline bool has_bits(const bitbuffer_t& bb, std::uint64_t n) { return bb.bit_offset + n <= bb.num_bits; }
 
-// Up to 7 bytes, first byte on top, zeros behind them. Two loads meet in the middle, where they have the same bytes.
+// Up to 8 bytes, first byte on top, zeros behind them. Two loads meet in the middle, where they have the same bytes.
 inline std::uint64_t load_few(const unsigned char* bytes, std::uint64_t count) {
     const std::uint64_t down = 64 - NUM_BITS_IN_BYTE * count;  // of the last byte
     if (count >= 4)

@@ -48,7 +48,7 @@ private:
 
     std::size_t room() const { return out_ < out_end_ ? static_cast<std::size_t>(out_end_ - out_) : 0; }
 
-    // Copies up to two zeros in a row, or a zero soon after another one.
+    // Copies up to two zeros in a row, or a zero soon after another one or the start.
     bool copy_sparse() {
         const unsigned char* stop = in_;
         while (in_end_ - stop >= 3) {
@@ -157,7 +157,7 @@ private:
     unsigned char* out_end_;
     bool bypass_checks_;
     int zeros_ = 0;       // zero bytes at the end of the output, 2 for more
-    bool dense_ = false;  // whether zeros met in the last block
+    bool dense_ = false;  // whether something stood behind two zeros in the last block
 };
 
 // function: the name messages are reported under. Not inlined, so that there is one place to inline the run into.
