@@ -4,13 +4,7 @@
 #include "fuzz.h"
 #include "guarded_buffer.h"
 #include "h264.h"
-
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#include <sanitizer/lsan_interface.h>
-#define IGNORES_LEAKS
-#endif
-#endif
+#include "lost_memory.h"
 
 namespace {
 
@@ -120,10 +114,8 @@ void rewrite_pic_timing(FuzzInput& input, const Bytes& unit, const sps_t& sps, O
     GuardedBuffer in(unit);
     unsigned char* rewritten = nullptr;
     unsigned length = 0;
-#ifdef IGNORES_LEAKS
     // A unit that is too long or too short loses 32 bytes.
-    const __lsan::ScopedDisabler disabler;
-#endif
+    const test::MemoryThatIsLost lost;
     const BOOL result = H264Lib_Set_SEIPictiming_NAL(in.data(), static_cast<unsigned>(unit.size()), &sps, &pic_timing,
                                                      &rewritten, &length);
     FUZZ_CHECK(in.bytes() == unit);

@@ -1,16 +1,6 @@
 #include <climits>
 
-#if defined(__SANITIZE_ADDRESS__)
-#define H264_TEST_HAS_LSAN 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define H264_TEST_HAS_LSAN 1
-#endif
-#endif
-#ifdef H264_TEST_HAS_LSAN
-#include <sanitizer/lsan_interface.h>
-#endif
-
+#include "lost_memory.h"
 #include "pic_timing_rewrite_check.h"
 
 namespace {
@@ -28,23 +18,6 @@ using test::RewriteSps;
 using test::RewrittenUnit;
 using test::text;
 using test::TimingRewrite;
-
-// While it lives, leak checks leave out what is allocated: for the one place where the library loses memory.
-class MemoryThatIsLost {
-public:
-    MemoryThatIsLost() {
-#ifdef H264_TEST_HAS_LSAN
-        __lsan_disable();
-#endif
-    }
-    ~MemoryThatIsLost() {
-#ifdef H264_TEST_HAS_LSAN
-        __lsan_enable();
-#endif
-    }
-    MemoryThatIsLost(const MemoryThatIsLost&) = delete;
-    MemoryThatIsLost& operator=(const MemoryThatIsLost&) = delete;
-};
 
 TEST_F(PicTimingRewrite, AnEmptyPayload) {
     RewriteSps sps;
@@ -193,7 +166,7 @@ TEST_F(PicTimingRewrite, WithoutAStartCodeTheOutputsAreCleared) {
 }
 
 TEST_F(PicTimingRewrite, ASourceThatCannotBeDeencapsulatedLosesTheBufferAndLeavesTheOutputs) {
-    const MemoryThatIsLost lost;
+    const test::MemoryThatIsLost lost;
     std::vector<Bytes> sources = {{0, 0, 1},       {0, 0, 1, 6},       {0, 0, 1, 6, 1},        {0, 0, 0, 1},
                                   {0, 0, 0, 1, 6}, {0, 0, 0, 1, 6, 1}, {0, 0, 1, 14, 1, 2, 3}, {0, 0, 1, 20, 1, 2}};
     for (const std::size_t size : {33U, 34U, 300U}) {
