@@ -38,7 +38,8 @@ private:
     // Whether the byte so many before in_ is 0.
     bool zero_before(std::ptrdiff_t distance) const { return in_ - in_begin_ >= distance && in_[-distance] == 0; }
 
-    // Copies up to the end, or to behind a 3 soon after another one or the start. Bytes of emulation prevention are left out.
+    // Copies up to the end, or to behind a 3 soon after another one or the start. Bytes of emulation prevention are
+    // left out.
     void copy_sparse() {
         const unsigned char* search = std::max(in_, in_begin_ + std::min<std::ptrdiff_t>(2, in_end_ - in_begin_));
         bool near = false;
