@@ -2,6 +2,7 @@
 #include <strings.h>
 
 #include <cstdint>
+#include <cstring>
 
 #include "h264d/h264d.h"
 #include "heap_area.h"
@@ -79,7 +80,8 @@ BOOL DetermineSEIType(const unsigned char* pBuffer, int BufferLen, int* pPayload
         LOG(4, "FAIL - Was expecting NAL type:%d to be %d(SEI)!", nal_unit_type, kSeiType);
         return FALSE;
     }
-    *pSEIMessageHeader = {};
+    // Padding included: an assignment may copy what stood on the stack there.
+    std::memset(pSEIMessageHeader, 0, sizeof *pSEIMessageHeader);
 
     // The byte with the stop bit. The NAL header, which is not zero, ends the search at the latest.
     int last = BufferLen;
