@@ -8,7 +8,6 @@ and fails when one of the main calls needs more than the committed table says; -
 
 import argparse
 import json
-import os
 import pathlib
 import statistics
 import subprocess
@@ -48,18 +47,13 @@ def time_text(nanoseconds):
     return f"{nanoseconds:.3g} ns"
 
 
-def pin():
-    """To the last processor that this process may use; the first one serves interrupts most often."""
-    os.sched_setaffinity(0, {max(os.sched_getaffinity(0))})
-
-
 def run_benchmarks(program, pattern, *, seconds=0.02, pinned=True):
     """CPU times in ns (real time of threads) of each run, by benchmark."""
     times = {}
     for _ in range(RUNS):
         out = subprocess.run(
             [program, f"--benchmark_filter={pattern}", f"--benchmark_min_time={seconds}", "--benchmark_format=json"],
-            check=True, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, preexec_fn=pin if pinned else None,
+            check=True, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, preexec_fn=commands.pin if pinned else None,
         )  # fmt: skip
         for entry in json.loads(out.stdout)["benchmarks"]:
             if entry.get("error_occurred"):
