@@ -184,7 +184,7 @@ class Json(TestCase):
     def test_vui(self):
         derived = {"width": 352, "height": 288}
         self.assert_shown_as_written(
-            Sps(derived, 77, vui=build.empty_vui),
+            Sps(derived, 77, vui=build.timing_vui(None, 0)),
             Sps(dict(derived, MaxFPS=30), 77, vui=build.full_vui([(1, 2, 0)], [(3, 4, 1), (5, 6, 0)])))
 
     def test_counts_beyond_what_the_library_keeps(self):

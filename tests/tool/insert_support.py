@@ -9,24 +9,8 @@ UUID = "00112233-4455-6677-8899-aabbccddeeff"
 CAPTIONS, TIMING, AFD, PRECISION, USER_DATA = "captions", "timing", "afd", "precision", "user data"
 
 
-def vui(timing=(1, 50), pic_struct=0, nal_hrd=False, vcl_hrd=False):
-    def write(s):
-        for name in ("aspect_ratio_info", "overscan_info", "video_signal_type", "chroma_loc_info"):
-            s.u(1, name + "_present_flag", 0)
-        s.u(1, "timing_info_present_flag", int(timing is not None))
-        if timing is not None:
-            s.u(32, "num_units_in_tick", timing[0])
-            s.u(32, "time_scale", timing[1])
-            s.u(1, "fixed_frame_rate_flag", 0)
-        for name, present in (("nal", nal_hrd), ("vcl", vcl_hrd)):
-            s.u(1, name + "_hrd_parameters_present_flag", int(present))
-            if present:
-                build.hrd(s.structure(name + "_hrd_parameters"), [(0, 0, 0)])
-        if nal_hrd or vcl_hrd:
-            s.u(1, "low_delay_hrd_flag", 0)
-        s.u(1, "pic_struct_present_flag", pic_struct)
-        s.u(1, "bitstream_restriction_flag", 0)
-    return write
+def vui(timing=(1, 50), pic_struct=0, **hrds):
+    return build.timing_vui(timing, pic_struct, fixed_frame_rate=0, **hrds)
 
 
 class Stream:

@@ -2,26 +2,9 @@
 
 import stream_builder as build
 from picture_builder import Pps, Slice
-from stream_builder import Sps
+from stream_builder import Sps, timing_vui
 
 TYPE_0 = build.poc_type(0)
-
-
-def timing_vui(timing=(1001, 60000), pic_struct=1):
-    """Timing and picture structure without HRD."""
-    def write(s):
-        for name in ("aspect_ratio_info", "overscan_info", "video_signal_type", "chroma_loc_info"):
-            s.u(1, name + "_present_flag", 0)
-        s.u(1, "timing_info_present_flag", int(timing is not None))
-        if timing is not None:
-            s.u(32, "num_units_in_tick", timing[0])
-            s.u(32, "time_scale", timing[1])
-            s.u(1, "fixed_frame_rate_flag", 1)
-        s.u(1, "nal_hrd_parameters_present_flag", 0)
-        s.u(1, "vcl_hrd_parameters_present_flag", 0)
-        s.u(1, "pic_struct_present_flag", pic_struct)
-        s.u(1, "bitstream_restriction_flag", 0)
-    return write
 
 
 def sps(vui, sps_id=0, **elements):

@@ -114,13 +114,6 @@ def poc_type(number, offsets=()):
     return write
 
 
-def empty_vui(s):
-    for name in ("aspect_ratio_info", "overscan_info", "video_signal_type", "chroma_loc_info", "timing_info",
-                 "nal_hrd_parameters", "vcl_hrd_parameters", "pic_struct"):
-        s.u(1, name + "_present_flag", 0)
-    s.u(1, "bitstream_restriction_flag", 0)
-
-
 def hrd(s, schedules):
     s.ue("cpb_cnt_minus1", len(schedules) - 1)
     s.u(4, "bit_rate_scale", 1)
@@ -135,6 +128,27 @@ def hrd(s, schedules):
     s.u(5, "cpb_removal_delay_length_minus1", 22)
     s.u(5, "dpb_output_delay_length_minus1", 21)
     s.u(5, "time_offset_length", 24)
+
+
+def timing_vui(timing=(1001, 60000), pic_struct=1, fixed_frame_rate=1, nal_hrd=False, vcl_hrd=False):
+    """Timing, where it is not None, picture structure and HRD parameters."""
+    def write(s):
+        for name in ("aspect_ratio_info", "overscan_info", "video_signal_type", "chroma_loc_info"):
+            s.u(1, name + "_present_flag", 0)
+        s.u(1, "timing_info_present_flag", int(timing is not None))
+        if timing is not None:
+            s.u(32, "num_units_in_tick", timing[0])
+            s.u(32, "time_scale", timing[1])
+            s.u(1, "fixed_frame_rate_flag", fixed_frame_rate)
+        for name, present in (("nal", nal_hrd), ("vcl", vcl_hrd)):
+            s.u(1, name + "_hrd_parameters_present_flag", int(present))
+            if present:
+                hrd(s.structure(name + "_hrd_parameters"), [(0, 0, 0)])
+        if nal_hrd or vcl_hrd:
+            s.u(1, "low_delay_hrd_flag", 0)
+        s.u(1, "pic_struct_present_flag", pic_struct)
+        s.u(1, "bitstream_restriction_flag", 0)
+    return write
 
 
 def full_vui(nal_schedules, vcl_schedules, timing=(1001, 60000)):
@@ -193,4 +207,4 @@ def high_sps():
 def auxiliary_sps():
     """A profile whose chroma elements are read and not displayed."""
     return Sps({"ChromaArrayType": 1, "width": 352, "height": 288}, 128, chroma=chroma_format(1), poc=poc_type(0),
-               vui=empty_vui)
+               vui=timing_vui(None, 0))
