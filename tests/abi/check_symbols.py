@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Compares the symbols that a shared library exports, and those that its headers declare, with a committed list.
 
-Also checks the library's SONAME and the function by which it allocates. Prints what differs and ends with status 1
+Also checks the library's SONAME and the functions by which it allocates. Prints what differs and ends with status 1
 when anything does.
 """
 
@@ -56,7 +56,8 @@ def main():
     parser.add_argument("--diagnostics-list", type=Path,
                         help="exported names of the diagnostics library, of which the library may use the seven that "
                              "every implementation has")
-    parser.add_argument("--allocator", help="the only function by which the library may allocate")
+    parser.add_argument("--allocator", action="append", default=[],
+                        help="a function by which the library allocates; when given, all of them")
     parser.add_argument("headers", nargs="+", type=Path)
     arguments = parser.parse_args()
 
@@ -89,10 +90,10 @@ def main():
     if arguments.allocator:
         used = {name for name in imported(arguments.nm, arguments.library)
                 if name in ALLOCATORS or name.startswith(("_Znw", "_Zna"))}
+        known = set(arguments.allocator)
         failures += [f"allocates by {name}, which the tests of missing memory do not see" for name in
-                     sorted(used - {arguments.allocator})]
-        if arguments.allocator not in used:
-            failures.append(f"does not allocate by {arguments.allocator}")
+                     sorted(used - known)]
+        failures += [f"does not allocate by {name}" for name in sorted(known - used)]
 
     print(f"{Path(arguments.library).name}: {len(symbols)} symbols exported, {len(names)} listed, "
           f"{len(declarations)} declared")

@@ -1,7 +1,7 @@
 // Calls of the rewriter of picture timing messages, compared with the model in everything they do.
 #pragma once
 
-#include "calloc_watch.h"
+#include "allocation_watch.h"
 #include "dirty_stack.h"
 #include "pic_timing_rewrite_model.h"
 
@@ -28,7 +28,7 @@ struct TimingRewrite {
         unsigned char* unit = &untouched;
         clear();
         {
-            const CallocWatch watch;
+            const AllocationWatch watch;
             dirty_stack();
             result = H264Lib_Set_SEIPictiming_NAL(memory.data(), static_cast<unsigned>(source.size()), sps.get(), &pt,
                                                   &unit, &length);

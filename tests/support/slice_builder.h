@@ -114,5 +114,7 @@ struct SliceVariant {
 // Slice headers that together take every branch of the syntax.
 std::vector<SliceVariant> slice_variants();
 SliceSyntax random_slice(std::mt19937& random);
+// A slice whose header has some thousand bytes.
+SliceSyntax long_slice();
 
 }  // namespace test

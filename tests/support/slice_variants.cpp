@@ -176,4 +176,12 @@ SliceSyntax random_slice(std::mt19937& random) {
     return slice;
 }
 
+SliceSyntax long_slice() {
+    SliceSyntax slice;
+    slice.slice_type = 5;
+    slice.ref_pic_list_modification_flag_l0 = true;
+    slice.modifications_l0.assign(3000, {1, 20});
+    return slice;
+}
+
 }  // namespace test

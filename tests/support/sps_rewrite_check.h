@@ -1,7 +1,7 @@
 // What the tests of rewriting whole sequence parameter set units share.
 #pragma once
 
-#include "calloc_watch.h"
+#include "allocation_watch.h"
 #include "dirty_stack.h"
 #include "fake_clock.h"
 #include "sps_rewrite_model.h"
@@ -18,7 +18,7 @@ struct Rewritten {
         const std::unique_ptr<sps_t> before = sps != nullptr ? std::make_unique<sps_t>(*sps) : nullptr;
         reset(level);
         {
-            const CallocWatch watch;
+            const AllocationWatch watch;
             out = &untouched;
             dirty_stack();
             result = H264Lib_Set_sps_vui_parameters_NAL(memory.data(), static_cast<unsigned>(unit.size()), sps, &out,

@@ -2,14 +2,14 @@
 
 #include <climits>
 
+#include "allocation_watch.h"
 #include "buffering_period_model.h"
-#include "calloc_watch.h"
 
 namespace {
 
+using test::AllocationWatch;
 using test::BitWriter;
 using test::Bytes;
-using test::CallocWatch;
 using test::GuardedBuffer;
 using test::Lines;
 using test::reader_lines;
@@ -28,7 +28,7 @@ struct Read {
         GuardedBuffer memory(unit);
         const std::unique_ptr<vui_t> vui = message.vui();
         test::clear();
-        const CallocWatch watch;
+        const AllocationWatch watch;
         result = parse_sei_buffering_period_nal(memory.data(), static_cast<int>(unit.size()), vui.get(), &record);
         EXPECT_EQ(watch.sizes(), std::vector<std::size_t>{unit.size()});
         EXPECT_EQ(watch.not_freed(), 0U);
@@ -239,7 +239,7 @@ TEST_F(BufferingPeriod, WithoutAUnit) {
                           {{0, 0, 1, 14, 0, 0, 0}, " Length=0."}}) {
         GuardedBuffer memory(c.unit);
         test::clear();
-        const CallocWatch watch;
+        const AllocationWatch watch;
         EXPECT_EQ(parse_sei_buffering_period_nal(memory.data(), static_cast<int>(c.unit.size()), vui.get(), &record),
                   FALSE);
         EXPECT_EQ(watch.not_freed(), 0U);
@@ -253,7 +253,7 @@ TEST_F(BufferingPeriod, WithoutAUnit) {
     const Bytes unit = sei_unit(Model(message).bits.bytes());
     for (const int size : {0, -1, INT_MIN}) {
         test::clear();
-        const CallocWatch watch;
+        const AllocationWatch watch;
         EXPECT_EQ(parse_sei_buffering_period_nal(unit.data(), size, vui.get(), &record), FALSE);
         EXPECT_EQ(watch.sizes(), std::vector<std::size_t>{});
         EXPECT_EQ(reader_lines(),

@@ -6,9 +6,9 @@
 namespace {
 
 using PicTimingRewrite = test::PicTimingRewrite;
+using test::AllocationWatch;
 using test::BitWriter;
 using test::Bytes;
-using test::CallocWatch;
 using test::full_timing;
 using test::kTimingSource;
 using test::Lines;
@@ -214,7 +214,7 @@ TEST_F(PicTimingRewrite, NullArguments) {
         unsigned char* unit = &other;
         unsigned length = 5;
         test::clear();
-        const CallocWatch watch;
+        const AllocationWatch watch;
         EXPECT_EQ(H264Lib_Set_SEIPictiming_NAL(no_buffer ? nullptr : kTimingSource.data(),
                                                empty ? 0 : static_cast<unsigned>(kTimingSource.size()),
                                                no_sps ? nullptr : sps.get(), no_pt ? nullptr : &pt,

@@ -1,13 +1,13 @@
 // The SEI walker's memory, preconditions and levels, and the identification of user data.
 #include <climits>
 
-#include "calloc_watch.h"
+#include "allocation_watch.h"
 #include "sei_check.h"
 
 namespace {
 
+using test::AllocationWatch;
 using test::Bytes;
-using test::CallocWatch;
 using test::GuardedBuffer;
 using test::join;
 using test::Lines;
@@ -86,14 +86,14 @@ TEST_F(SeiWalkerMemory, UnitsOfUpTo1024BytesTakeNoHeap) {
     for (const std::size_t size : {7U, 200U, 1023U, 1024U}) {
         GuardedBuffer unit(size == 7 ? sei_unit({1, 0x80}) : long_unit(size));
         ASSERT_EQ(unit.size(), size);
-        CallocWatch watch;
+        AllocationWatch watch;
         Call(unit).run();
         EXPECT_EQ(watch.sizes(), std::vector<std::size_t>{});
     }
     for (const std::size_t size : {1025U, 1026U, 5000U}) {
         GuardedBuffer unit(long_unit(size));
         ASSERT_EQ(unit.size(), size);
-        CallocWatch watch;
+        AllocationWatch watch;
         EXPECT_EQ(Call(unit).run(), TRUE);
         EXPECT_EQ(watch.sizes(), std::vector<std::size_t>{size});
         EXPECT_EQ(watch.not_freed(), 0U);
@@ -164,7 +164,7 @@ TEST_F(SeiWalkerMemory, TheHeapAreaIsFreedBeforeEveryReturn) {
             Call call(unit);
             call.payload_offset = c.offset;
             call.nal_type_offset = 4;
-            CallocWatch watch;
+            AllocationWatch watch;
             EXPECT_EQ(call.run(), c.result);
             EXPECT_EQ(watch.sizes(), std::vector<std::size_t>{unit.size()});
             EXPECT_EQ(watch.not_freed(), 0U) << c.last;
@@ -177,7 +177,7 @@ TEST_F(SeiWalkerMemory, TheHeapAreaIsFreedBeforeEveryReturn) {
 
 TEST_F(SeiWalkerMemory, AUnitThatIsAllZerosBehindItsHeader) {
     GuardedBuffer unit(join({0, 0, 1, 6}, Bytes(2000, 0)));
-    CallocWatch watch;
+    AllocationWatch watch;
     EXPECT_EQ(Call(unit).str(), "0: 0 3, 0 0 0, 77 0");
     EXPECT_EQ(watch.not_freed(), 0U);
     EXPECT_EQ(reader_lines().back(),
@@ -222,6 +222,18 @@ TEST_F(SeiWalkerMemory, Preconditions) {
         },
         {"pBuffer != NULL", "BufferLen >= 7", "*pPayloadOffset >= 0", "*pNALTypeOffset >= 0",
          "pSEIMessageHeader != NULL", "enSUID != NULL", "pbMoreSEIMessages != NULL"});
+}
+
+// The first call stores it anew.
+TEST_F(SeiWalkerMemory, ANegativeNalTypeOffsetIsAssertedAndReplaced) {
+    GuardedBuffer unit(sei_unit({1, 1, 0x55, 0x80}));
+    for (const int offset : {-1, INT_MIN}) {
+        test::clear();
+        Call call(unit);
+        call.nal_type_offset = offset;
+        EXPECT_EQ(call.str(), Call(unit).str());
+        EXPECT_EQ(own_assertions(), std::vector<std::string>{"*pNALTypeOffset >= 0"});
+    }
 }
 
 TEST_F(SeiWalkerMemory, ShortUnitsAreReadNoFartherThanTheyGo) {

@@ -5,9 +5,9 @@
 
 namespace {
 
+using test::AllocationWatch;
 using test::behind_start_code;
 using test::Bytes;
-using test::CallocWatch;
 using test::kNoLength;
 using test::Log;
 using test::record_of;
@@ -110,7 +110,7 @@ TEST_F(SpsRewriteFailures, ALengthNear2To32) {
     const auto record = record_of(with_vui());
     unsigned char* out = nullptr;
     UINT length = 0;
-    const CallocWatch watch(1);
+    const AllocationWatch watch(1);
     EXPECT_EQ(H264Lib_Set_sps_vui_parameters_NAL(unit.data(), UINT_MAX, record.get(), &out, &length), FALSE);
     EXPECT_EQ(watch.sizes(), std::vector<std::size_t>{std::size_t{UINT_MAX} + 68});
 }
@@ -122,7 +122,7 @@ TEST_F(SpsRewriteFailures, NullArguments) {
     unsigned char untouched = 0;
     unsigned char* out = &untouched;
     UINT length = kNoLength;
-    const CallocWatch watch;
+    const AllocationWatch watch;
     test::reset(3);
     EXPECT_EQ(H264Lib_Set_sps_vui_parameters_NAL(unit.data(), size, record.get(), nullptr, &length), FALSE);
     EXPECT_EQ(length, kNoLength);

@@ -65,11 +65,13 @@ BOOL DetermineSEIType(const unsigned char* pBuffer, int BufferLen, int* pPayload
     DO_ASSERT(pbMoreSEIMessages != NULL);
     if (pbMoreSEIMessages != nullptr) *pbMoreSEIMessages = FALSE;
     if (pBuffer == nullptr || pPayloadOffset == nullptr || *pPayloadOffset < 0 || pNALTypeOffset == nullptr ||
-        *pNALTypeOffset < 0 || pSEIMessageHeader == nullptr || enSUID == nullptr || pbMoreSEIMessages == nullptr)
+        pSEIMessageHeader == nullptr || enSUID == nullptr || pbMoreSEIMessages == nullptr)
         return FALSE;
 
     if (*pPayloadOffset == 0) {
         if (!_GetNALTypeOffset(pBuffer, BufferLen, pNALTypeOffset)) return FALSE;
+    } else if (*pNALTypeOffset < 0) {
+        return FALSE;
     } else if (*pNALTypeOffset > kLongestStartCode) {
         LOG(3, "Was expecting NALTypeOffset:%d to be smaller than %d.", *pNALTypeOffset, kLongestStartCode);
         return FALSE;

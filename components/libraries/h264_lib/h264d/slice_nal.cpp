@@ -1,7 +1,7 @@
 // Coded slice NAL units: the header, or its first two elements.
 #include <algorithm>
 #include <cstdint>
-#include <new>
+#include <cstring>
 
 #include "h264d/slice_header.h"
 #include "h264d/syntax_reader.h"
@@ -11,57 +11,49 @@ namespace {
 
 // How much of a unit is de-encapsulated at first, in bytes: enough for nearly every header.
 constexpr unsigned int kFirstBytes = 256;
-// By how much more each time a header runs on.
+// How many times as much when a header runs on.
 constexpr unsigned int kGrowth = 8;
+// What the area has room for behind a unit, in bytes.
+constexpr unsigned int kSpareBytes = 32;
+// Bytes of the payload that a message shows, however many there are.
+constexpr unsigned int kShownBytes = 6;
 
-// The beginning of a slice's payload in a work area of its own, extended as its reader runs on. What it cannot get
-// memory for it reports by std::bad_alloc.
+// The beginning of a slice's payload, extended as its reader runs on, in an area that has room for all of it.
 class SlicePayload final : public PartialPayload {
 public:
-    // Bytes of the work area that holds a unit of this length whole.
-    static unsigned int full_size(int buffer_len) { return limit(buffer_len) + kSpareBytes; }
+    explicit SlicePayload(int buffer_len)
+        : size_(static_cast<unsigned int>(std::max(buffer_len, 0)) + kSpareBytes),
+          area_(h264::allocate_raw_area(size_)) {}
 
-    explicit SlicePayload(int buffer_len) : limit_(limit(buffer_len)) {
-        // With byte traces on, the sizes that are reported are those of the whole unit.
-        allocate(h264::is_emitted(h264::kByteTraceLevel) ? limit_ : std::min(limit_, kFirstBytes));
-    }
-
+    // Null when there is no memory.
     unsigned char* area() { return area_.get(); }
+    // In bytes.
+    int area_size() const { return static_cast<int>(size_); }
 
-    // Takes the unit from its header byte on and de-encapsulates its beginning. The length of that, or -1.
+    // Takes the unit, which is part of the buffer, from its header byte on and de-encapsulates its beginning. The
+    // length of that, or -1.
     int start(const unsigned char* unit, unsigned int unit_len) {
         unit_ = unit;
         unit_len_ = unit_len;
-        return deencapsulate();
+        std::memset(area_.get(), 0, kShownBytes);
+        // With byte traces on, the sizes that are reported are those of the whole unit.
+        return deencapsulate(h264::is_emitted(h264::kByteTraceLevel) ? unit_len : kFirstBytes);
     }
 
     bool extend(bitbuffer_t& bits) override {
         if (taken_ == unit_len_) return false;
-        allocate(static_cast<unsigned int>(std::min<std::uint64_t>(std::uint64_t{capacity_} * kGrowth, limit_)));
-        const int length = deencapsulate();
-        bits.bit_buffer = area_.get();
-        bits.num_bits = static_cast<unsigned int>(bits_in(length));
+        bits.num_bits = static_cast<unsigned int>(bits_in(deencapsulate(std::uint64_t{taken_} * kGrowth)));
         return true;
     }
 
 private:
-    static constexpr unsigned int kSpareBytes = 32;
-
-    static unsigned int limit(int buffer_len) { return static_cast<unsigned int>(std::max(buffer_len, 0)); }
-
-    void allocate(unsigned int capacity) {
-        capacity_ = capacity;
-        area_ = h264::allocate_area(std::size_t{capacity} + kSpareBytes);
-        if (area_ == nullptr) throw std::bad_alloc();
-    }
     // The payload of the first bytes of a unit is the beginning of the unit's payload.
-    int deencapsulate() {
-        taken_ = std::min(unit_len_, capacity_);
-        return SODB_deencapsulation_from_NAL(unit_, taken_, area_.get(), capacity_ + kSpareBytes);
+    int deencapsulate(std::uint64_t bytes) {
+        taken_ = static_cast<unsigned int>(std::min<std::uint64_t>(bytes, unit_len_));
+        return SODB_deencapsulation_from_NAL(unit_, taken_, area_.get(), size_);
     }
 
-    unsigned int limit_;         // bytes of the caller's buffer
-    unsigned int capacity_ = 0;  // bytes of the unit that the area can take
+    unsigned int size_;
     h264::HeapArea area_;
     const unsigned char* unit_ = nullptr;
     unsigned int unit_len_ = 0;
@@ -71,13 +63,17 @@ private:
 }  // namespace
 
 int parse_slice_header_nal(const unsigned char* buffer, int buffer_len, const sps_t* sps, const pps_t* pps,
-                           slice_header_t* pSh) try {
+                           slice_header_t* pSh) {
     if (buffer == nullptr || pSh == nullptr) {
         LOG(3, "buffer:%p or slice header:%p are NULL. This should not happen!", static_cast<const void*>(buffer),
             static_cast<void*>(pSh));
         return 0;
     }
     SlicePayload payload(buffer_len);
+    if (payload.area() == nullptr) {
+        LOG(3, "Failed to allocate memory for nal_sodb_buffer. Size requested:%d.", payload.area_size());
+        return 0;
+    }
     int offset = 0;
     if (!_GetNALTypeOffset(buffer, buffer_len, &offset)) {
         LOG(3, "Failed to parse slice header nal! buffer:%p.", static_cast<const void*>(buffer));
@@ -103,19 +99,19 @@ int parse_slice_header_nal(const unsigned char* buffer, int buffer_len, const sp
         return 0;
     }
     return 1;
-} catch (const std::bad_alloc&) {
-    LOG(3, "Failed to allocate memory for nal_sodb_buffer. Size requested:%d.",
-        static_cast<int>(SlicePayload::full_size(buffer_len)));
-    return 0;
 }
 
-int parse_slice_type_only_nal(const unsigned char* buffer, int buffer_len, const sps_t* sps, slice_header_t* pSh) try {
+int parse_slice_type_only_nal(const unsigned char* buffer, int buffer_len, const sps_t* sps, slice_header_t* pSh) {
     if (buffer == nullptr || pSh == nullptr) {
         LOG(3, "buffer:%p or slice header:%p are NULL. This should not happen.", static_cast<const void*>(buffer),
             static_cast<void*>(pSh));
         return 0;
     }
     SlicePayload payload(buffer_len);
+    if (payload.area() == nullptr) {
+        LOG(3, "Failed to allocate memory for nal_sodb_buffer. Size requested:%d.", payload.area_size());
+        return 0;
+    }
     int offset = 0;
     if (!_GetNALTypeOffset(buffer, buffer_len, &offset)) {
         LOG(3, "Failed to parse slice type nal! buffer:%p.", static_cast<const void*>(buffer));
@@ -138,8 +134,4 @@ int parse_slice_type_only_nal(const unsigned char* buffer, int buffer_len, const
         return 0;
     }
     return 1;
-} catch (const std::bad_alloc&) {
-    LOG(3, "Failed to allocate memory for nal_sodb_buffer. Size requested:%d.",
-        static_cast<int>(SlicePayload::full_size(buffer_len)));
-    return 0;
 }

@@ -1,5 +1,5 @@
 // Watches the library's memory, and makes it run out on demand. For test programs that are linked with
-// --wrap=calloc and --wrap=free.
+// --wrap=calloc, --wrap=malloc and --wrap=free.
 #pragma once
 
 #include <cstddef>
@@ -8,14 +8,14 @@
 
 namespace test {
 
-// While it lives it counts this thread's calls of calloc. One at a time.
-class CallocWatch {
+// While it lives it counts this thread's calls of calloc and malloc. One at a time.
+class AllocationWatch {
 public:
     // failing: which of the calls fails, 1 is the first; 0: none.
-    explicit CallocWatch(int failing = 0);
-    ~CallocWatch();
-    CallocWatch(const CallocWatch&) = delete;
-    CallocWatch& operator=(const CallocWatch&) = delete;
+    explicit AllocationWatch(int failing = 0);
+    ~AllocationWatch();
+    AllocationWatch(const AllocationWatch&) = delete;
+    AllocationWatch& operator=(const AllocationWatch&) = delete;
 
     // Bytes asked for by each call.
     const std::vector<std::size_t>& sizes() const { return sizes_; }
@@ -33,8 +33,8 @@ private:
     std::set<void*> areas_;
 };
 
-// Where calloc was called from since this was emptied, watched or not: return addresses, those of allocate_area's
-// callers where it is a function of its own.
+// Where they were called from since this was emptied, watched or not: return addresses, those of the callers of
+// allocate_area and allocate_raw_area where these are functions of their own.
 std::set<void*>& allocation_sites();
 
 }  // namespace test
