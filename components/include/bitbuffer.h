@@ -7,7 +7,8 @@
  *
  * Results: 0 for success, -1 for failure. A read or write that does not fit changes neither the buffer nor the
  * position; CountConsecutiveBits and the Exp-Golomb functions say where they differ. Null bit buffers are reported
- * through the diagnostics library's assertion functions; when these return, the call fails with -1.
+ * through the diagnostics library's assertion functions; when these return, the call fails with -1, but for
+ * __DoInitBitBuffer.
  */
 #ifndef H264_LIB_BITBUFFER_H
 #define H264_LIB_BITBUFFER_H
@@ -40,9 +41,8 @@ typedef struct bitbuffer_s {
  * Sets a bit buffer over an area, positioned at its first bit. Use DoInitBitBuffer.
  * @param bb                  bit buffer to set
  * @param bit_buffer          the area; stays the caller's property and must outlive the use of bb
- * @param num_bits_in_buffer  size of the area in bits, above 0; a size that is no multiple of 8 is reported as a failed
- *                            assertion of the caller, and used; so is one that is not above 0, a negative one modulo
- *                            2^32
+ * @param num_bits_in_buffer  size of the area in bits, above 0; another size is reported as a failed assertion (the
+ *                            caller's when it is no multiple of 8) and used, a negative one modulo 2^32
  * @param func,file,line      the caller's function, source file and line
  * @return 0
  */
@@ -208,7 +208,7 @@ H264_API int GetInt64Golomb(bitbuffer_t* bb, long long* value);
 /**
  * Writes ue(v). The prefix (zeros and a one) and the suffix are two writes: when only the suffix does not fit, the
  * prefix stays written.
- * @param value  0 to 2^32 - 2; larger values are not refused but coded modulo 2^32
+ * @param value  0 to 2^32 - 2; larger values are not refused but coded modulo 2^32, 2^32 - 1 as 0
  */
 H264_API int SetUint32Golomb(bitbuffer_t* bb, unsigned long value);
 

@@ -87,7 +87,7 @@ DBGTRACE_API void _DoDbgPrintEx(HDBG handle, int level, const char* func, const 
  * The caller has already compared the level with the handle's nMaxLevel.
  * @param handle  the module's record
  * @param level   level of the dump
- * @param start   first byte
+ * @param start   first byte; null: the heading alone is emitted
  * @param length  number of bytes
  * @param label   heading of the dump
  * @param func,file,line  function, source file and line the dump comes from

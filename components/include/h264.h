@@ -11,8 +11,9 @@
  * record: elements that a unit does not carry keep the values they had, no inferred values are filled in, and after a
  * failure the elements read until then stay stored. Zero a record before its first use.
  *
- * Failures are told by the result and explained by a message at level 3 (dbgtrace.h). Null pointers are programming
- * errors, reported through the diagnostics library's assertion functions; when these return, the call fails.
+ * Failures are told by the result, and most are explained by a message at level 3 (dbgtrace.h). Null pointers are
+ * programming errors, reported as failed assertions through the diagnostics library, in some places as messages at
+ * level 3; when that returns, the call fails. Where a null pointer is allowed its function says so.
  */
 #ifndef H264_LIB_H264_H
 #define H264_LIB_H264_H
@@ -35,7 +36,8 @@ extern "C" {
 extern H264_API HDBG g_hH264LibDbg;
 
 /** @name Capacities of the records
- *  Counts that a stream transmits may be larger: every element is read, those that do not fit are dropped.
+ *  Counts that a stream transmits may be larger: every element is read, those that do not fit are dropped. Slice group
+ *  ids and marking operations differ.
  *  @{ */
 #define SCALINGLIST_4X4_SIZE 16         /**< coefficients of a 4x4 scaling list */
 #define SCALINGLIST_8X8_SIZE 64         /**< coefficients of an 8x8 scaling list */
@@ -43,7 +45,7 @@ extern H264_API HDBG g_hH264LibDbg;
 #define MAX_REF_FRAMES_IN_POC_CYCLE 256 /**< entries of offset_for_ref_frame */
 #define MAX_CPB_CNT 32                  /**< schedules of an HRD */
 #define MAX_SLICE_GROUPS 8              /**< slice groups of a picture */
-#define MAX_SLICE_GROUP_IDS 64          /**< map units whose slice group is kept */
+#define MAX_SLICE_GROUP_IDS 64          /**< map units whose slice group is read; others stay unread */
 #define MAX_PARAMETER_SET_BYTES 256     /**< bytes of a parameter set NAL unit that a parse context keeps */
 #define MAX_REF_IDX 32                  /**< entries of a list of a prediction weight table */
 #define MAX_MARKING_OPERATIONS 8        /**< entries of arpmm; seven can be read, the terminating 0 included */
@@ -442,8 +444,9 @@ H264_API int SODB_deencapsulation_from_NAL(const unsigned char* input_buf, unsig
  * @param outbuf_len  bytes that output_buf can hold: at least 4 for every 3 bytes of input, rounded up. Long runs of
  *                    zeros can need more: a byte for which there is no room is refused, and so is an inserted one that
  *                    would fill the output.
- * @return bytes written; 0 on failure, with a message at level 3 and a part of the result in output_buf; 0 for an
- *         inbuf_len of 0, and for null buffers, without a message of their own
+ * @return bytes written; 0 on failure, with a message at level 3: when outbuf_len is too small for the input's length
+ *         nothing is written, when a byte has no room what stands before it. 0 for an inbuf_len of 0, and for null
+ *         buffers, without a message of their own
  */
 H264_API int RBSP_encapsulation_within_NAL(const unsigned char* input_buf, unsigned int inbuf_len,
                                            unsigned char* output_buf, unsigned int outbuf_len);
@@ -491,8 +494,8 @@ H264_API BOOL parse_sps_nal_ex(const unsigned char* buffer, unsigned int buffer_
 
 /**
  * Derives a whole frame rate from VUI timing: both values are divided by 1000 when both are above 999,
- * num_units_in_tick 0 counts as 1, and the quotient is halved, each step rounded down
- * (60000 / 1001 gives 30, 30000 / 1001 gives 15).
+ * num_units_in_tick 0 counts as 1, and the quotient, as an int, is halved, each step rounded towards 0
+ * (60000 / 1001 gives 30, 30000 / 1001 gives 15). A quotient of 2^31 or more becomes negative.
  * @param VUI_Timescale        time_scale, ticks per second
  * @param VUI_NumUnitsInTicks  num_units_in_tick
  * @param MAXFPS               receives frames per second
@@ -516,7 +519,8 @@ H264_API void H264LIB_Display_sps(const sps_t* sps);
  * with deliberate differences from the standard, which docs/behaviour.md lists; the most visible: a last byte that
  * holds more than the stop bit is read with it, as transform_8x8_mode_flag and what follows.
  * @param buffer      the unit with its start code; zero bytes behind it are ignored
- * @param buffer_len  bytes in buffer; at most 256 from the header byte to the last byte that is not zero
+ * @param buffer_len  bytes in buffer; at most 256 from the header byte to the last byte that is not zero, a
+ *                    last byte of 0x80 not counted
  * @param sps         the sequence parameter set it refers to (for scaling lists)
  * @param pps         receives the elements
  * @return TRUE, also when the unit ends inside slice_group_id or weighted_bipred_idc; else FALSE
@@ -534,7 +538,8 @@ H264_API BOOL H264LIB_parse_pps_nal_ex(const unsigned char* buffer, unsigned int
                                        H264D_PARSE_CONTEXT* pContext, pps_t* pps);
 
 /**
- * Prints a record through the diagnostics library at level 6, an element a line.
+ * Prints a record through the diagnostics library at level 6, an element a line. Of slice_group_id the record holds
+ * MAX_SLICE_GROUP_IDS; each of the others is shown as 0, behind a line at level 3.
  * @param sps  the sequence parameter set by which it was read
  */
 H264_API void H264LIB_Display_pps(const sps_t* sps, const pps_t* pps);
@@ -570,7 +575,7 @@ H264_API int parse_slice_type_only_nal(const unsigned char* buffer, int buffer_l
                                        slice_header_t* pSh);
 
 /**
- * Prints a record through the diagnostics library at level 6, an element a line.
+ * Prints a record through the diagnostics library at level 6, an element a line; what is not supported at level 3.
  * @param sps,pps      the parameter sets by which it was read
  * @param NALType      the slice's nal_unit_type
  * @param nal_ref_idc  the slice's nal_ref_idc
@@ -594,7 +599,8 @@ H264_API BOOL parse_au_delimiter_nal(const unsigned char* buffer, int buffer_len
 /**
  * Reads nal_type from bits 3 to 7 and primary_pic_type from bits 13 to 15 of a payload: the layout assumes that the
  * payload begins with the NAL header byte, with five bits between the two.
- * @param aud_bb    positioned at the payload's first bit; left behind the last element read
+ * @param aud_bb    positioned at the payload's first bit; left behind the last element read, after a failure where the
+ *                  next would begin, which may be behind the end
  * @param aud_data  receives the elements; may be null
  */
 H264_API BOOL parse_aud(bitbuffer_t* aud_bb, aud_t* aud_data);

@@ -141,7 +141,11 @@ typedef union SEI_Time_u {
 } SEI_Time_t;
 
 /** Where a time comes from. */
+#ifdef __cplusplus
+enum enTimeSource : unsigned int {  // as in C, any value may be stored
+#else
 enum enTimeSource {
+#endif
     UNKNOWN_TIME_CODE = 0,       /**< unknown */
     NTP_SERVER = 1,              /**< the system's clock */
     EMBEDDED_TIME_CODE = 2,      /**< timecode embedded in the video */

@@ -245,7 +245,20 @@ TEST(BitStringTraces, NoEndGuardForWrites) {
         }
 }
 
-TEST(BitStringTraces, NoneWithoutOutWithoutInAndWithoutEnoughBits) {
+// There is no string to show a byte of.
+TEST(BitStringTraces, StartOfAWriteWithoutIn) {
+    const Bytes zero(1);
+    at_every_place([&](unsigned num_bits, unsigned offset, unsigned n) {
+        GuardedBuffer area(some_bytes(num_bits, 0x19));
+        bitbuffer_t bb = {area.data(), offset, num_bits};
+        ASSERT_EQ(SetNextNBitsFromString(&bb, n, nullptr), 0);
+        Traces traces("SetNextNBitsFromString");
+        expect_write_start(traces, {offset, n, num_bits, area.data(), zero.data()});
+        EXPECT_TRUE(traces.at_end()) << traces.remaining();
+    });
+}
+
+TEST(BitStringTraces, NoneWithoutOutAndWithoutEnoughBits) {
     test::reset(8);
     GuardedBuffer area(2);
     unsigned char bytes[3] = {};
@@ -253,8 +266,7 @@ TEST(BitStringTraces, NoneWithoutOutWithoutInAndWithoutEnoughBits) {
     EXPECT_EQ(GetNextNBitsAsStringEx(&bb, 16, bytes, 3), -1);
     EXPECT_EQ(SetNextNBitsFromString(&bb, 16, bytes), -1);
     EXPECT_EQ(GetNextNBitsAsStringEx(&bb, 3, nullptr, 1), 0);
-    EXPECT_EQ(SetNextNBitsFromString(&bb, 3, nullptr), 0);
-    EXPECT_EQ(bb.bit_offset, 7U);
+    EXPECT_EQ(bb.bit_offset, 4U);
     EXPECT_TRUE(test::records().messages.empty());
     EXPECT_TRUE(test::records().dumps.empty());
 }

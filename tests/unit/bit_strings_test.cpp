@@ -238,7 +238,7 @@ TEST(BitStringWrite, NullInIsReportedAndPassesOverTheBits) {
             EXPECT_EQ(test::assertions(), (Texts{"in != NULL", "in != NULL"}));
             EXPECT_EQ(test::records().assertions[0].func, "SetNextNBitsFromString");
             EXPECT_EQ(test::records().assertions[0].file, "bitbuffer.c");
-            EXPECT_TRUE(test::records().messages.empty());
+            EXPECT_TRUE(level >= 7 || test::records().messages.empty());
         }
 }
 

@@ -130,6 +130,13 @@ TEST_F(Deencapsulation, NullPointersAreAsserted) {
     EXPECT_EQ(SODB_deencapsulation_from_NAL(unit.data(), 4, nullptr, 8), kRefused);
     EXPECT_EQ(test::assertions(), (std::vector<std::string>{"input_buf != NULL", "output_buf != NULL"}));
     EXPECT_EQ(out, Bytes(8, 0xC0));
+
+    // The lengths come first.
+    test::reset(5);
+    EXPECT_EQ(SODB_deencapsulation_from_NAL(nullptr, 2, nullptr, 2), kRefused);
+    EXPECT_EQ(test::count("Input buffer length is 2, too short to be de-encapsulated."), 1);
+    EXPECT_EQ(SODB_deencapsulation_from_NAL(nullptr, 5, nullptr, 0), kRefused);
+    EXPECT_TRUE(test::assertions().empty());
 }
 
 // All units of up to 8 bytes behind the header out of the values that matter.

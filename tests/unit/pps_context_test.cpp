@@ -233,6 +233,8 @@ TEST_F(PpsContext, NullArgumentsAreAsserted) {
         EXPECT_EQ(asserted(unit.data(), size, nullptr, &pps_), Texts{"pContext != NULL"});
         EXPECT_EQ(asserted(unit.data(), size, context_.get(), nullptr), Texts{"pps != NULL"});
         EXPECT_EQ(asserted(unit.data(), 0, context_.get(), &pps_), Texts{"buffer_len > 0"});
+        EXPECT_EQ(asserted(nullptr, size, context_.get(), &context_->last_parsed_pps),
+                  (Texts{"buffer != NULL", "pps != &pContext->last_parsed_pps"}));
         const Texts all = asserted(nullptr, 0, nullptr, nullptr);
         ASSERT_GE(all.size(), 4U);
         EXPECT_EQ(Texts(all.begin(), all.begin() + 4),

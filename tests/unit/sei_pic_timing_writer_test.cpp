@@ -63,6 +63,17 @@ TEST_F(PicTimingWriter, EmulationPreventionBytesAreInserted) {
         }
 }
 
+TEST_F(PicTimingWriter, TheLengthComesBeforeTheBuffer) {
+    const vitc_t vitc = vitc_of(1, 2, 3, 4);
+    SEI_pictiming_info_t timing = timing_of(25000);
+    for (const int len : {28, 29}) {
+        test::reset(3);
+        EXPECT_EQ(format_sei_pictime_nal(nullptr, len, &vitc, &timing), -1);
+        EXPECT_EQ(test::lines().size(), len < 29 ? 1U : 0U);
+        EXPECT_EQ(test::assertions(), std::vector<std::string>(2, "buffer != NULL"));
+    }
+}
+
 TEST_F(PicTimingWriter, ABufferBelow29BytesIsNotTouched) {
     const vitc_t vitc = vitc_of(1, 2, 3, 4);
     for (int len = 0; len < 29; ++len) {
@@ -133,6 +144,7 @@ TEST_F(PicTimingWriter, TheFieldOfAPictureByRateMarkAndFlag) {
                         ASSERT_EQ(result, -99);
                         out.written(0);
                         EXPECT_EQ(test::lines().size(), 2U);
+                        EXPECT_EQ(format_sei_pictime_nal(nullptr, 29, &vitc, &timing), -99) << "the buffer comes last";
                         continue;
                     }
                     const Bytes unit =

@@ -203,9 +203,16 @@ TEST_F(UserDataWriter, NullPointers) {
     test::Output out(64);
     EXPECT_EQ(format_sei_user_data_unregistered_nal(nullptr, 64, kUuid.data(), payload.data(), 3), 0);
     EXPECT_EQ(format_sei_user_data_unregistered_nal(out.data(), 64, nullptr, payload.data(), 3), 0);
+    EXPECT_EQ(test::assertions(), (std::vector<std::string>{"buffer != NULL", "pUuid_iso_iec_11578 != NULL"}));
     EXPECT_EQ(format_sei_user_data_unregistered_nal(out.data(), 64, kUuid.data(), nullptr, 3), 0);
-    EXPECT_EQ(format_sei_user_data_unregistered_nal(nullptr, 0, nullptr, nullptr, 0), 0);
     out.written(23);
+
+    // The length comes first.
+    test::reset(3);
+    EXPECT_EQ(format_sei_user_data_unregistered_nal(nullptr, 22, nullptr, nullptr, 0), 0);
+    EXPECT_EQ(test::lines(),
+              Lines{"3 format_sei_user_data_unregistered_nal: SEI output buffer length:22 is too small!"});
+    EXPECT_TRUE(test::assertions().empty());
 }
 
 }  // namespace

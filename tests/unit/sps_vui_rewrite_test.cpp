@@ -177,6 +177,8 @@ TEST(VuiRewrite, WithoutAVuiNothingIsDone) {
     }
 }
 
+const Texts kTooSmall = {"OutSizeBytes >= (DIVIDE_AND_CEIL(n, NUM_BITS_IN_BYTE))"};
+
 TEST(VuiRewrite, PositionsBehindTheData) {
     const auto record = record_of(with_full_vui());
     const Bytes payload = with_full_vui().rbsp();
@@ -187,7 +189,7 @@ TEST(VuiRewrite, PositionsBehindTheData) {
         head.sps.vui_parameters_present_offset = position;
         EXPECT_EQ(head.run(), -1);
         EXPECT_EQ(test::recorded_log(), (Log{{3, kName, text("Failed to get %d bits as string.", position)}}));
-        EXPECT_EQ(test::assertions(), Texts{});
+        EXPECT_EQ(test::assertions(), position < 0 || position > 2048 ? kTooSmall : Texts{});
         EXPECT_TRUE(head.untouched_from(0));
 
         Splice tail(payload, *record, 2048, 7);
@@ -197,7 +199,7 @@ TEST(VuiRewrite, PositionsBehindTheData) {
         const std::string failure =
             text("Failed to get %d bits as %s.", static_cast<int>(bits), bits > 8 ? "string" : "Uint8");
         EXPECT_EQ(test::recorded_log(), (Log{test::tail_trace(tail), {3, kName, failure}}));
-        EXPECT_EQ(test::assertions(), Texts{});
+        EXPECT_EQ(test::assertions(), bits < 0 ? Texts{"n <= 8"} : bits - 8 > 2048 ? kTooSmall : Texts{});
     }
     Splice at_end(payload, *record, 2048, 7);
     at_end.sps.vui.nal_hrd_parameters_present_offset = end;
@@ -253,7 +255,6 @@ TEST(VuiRewrite, ALengthThatTheSourceDoesNotHave) {
 
 // Stretches of more than 256 bytes are not carried.
 TEST(VuiRewrite, StretchesThatAreTooLong) {
-    const Texts too_small = {"OutSizeBytes >= (DIVIDE_AND_CEIL(n, NUM_BITS_IN_BYTE))"};
     auto record = record_of(with_full_vui());
     const Bytes payload(600, 0x5B);
     record->vui_parameters_present_offset = 2048;
@@ -265,13 +266,13 @@ TEST(VuiRewrite, StretchesThatAreTooLong) {
     Splice head(payload, *record, 10000);
     EXPECT_EQ(head.run(), -1);
     EXPECT_EQ(test::recorded_log(), (Log{{3, kName, "Failed to get 2049 bits as string."}}));
-    EXPECT_EQ(test::assertions(), too_small);
+    EXPECT_EQ(test::assertions(), kTooSmall);
     record->vui_parameters_present_offset = 2048;
     record->vui.nal_hrd_parameters_present_offset -= 1;
     Splice tail(payload, *record, 10000);
     EXPECT_EQ(tail.run(), -1);
     EXPECT_EQ(test::recorded_log(), (Log{{3, kName, "Failed to get 2057 bits as string."}}));
-    EXPECT_EQ(test::assertions(), too_small);
+    EXPECT_EQ(test::assertions(), kTooSmall);
 }
 
 TEST(VuiRewrite, TheCapacityIsAssertedAndTheCallGoesOn) {

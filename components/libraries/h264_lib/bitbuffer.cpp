@@ -145,8 +145,8 @@ int SetNextNBitsFromString(bitbuffer_t* bb, unsigned int n, const unsigned char*
     DO_ASSERT(bb != NULL);
     DO_ASSERT(in != NULL);
     if (bb == nullptr || !has_bits(*bb, n)) return -1;
-    if (in == nullptr) return AdvanceBitOffset(bb, n);
     if (!is_emitted(h264::kByteTraceLevel)) {
+        if (in == nullptr) return AdvanceBitOffset(bb, n);
         h264::copy_bits_in(*bb, n, in);
         return 0;
     }
@@ -164,7 +164,8 @@ int SetNextNBitsFromString(bitbuffer_t* bb, unsigned int n, const unsigned char*
     LOG(7, "ByteOff=%d, BitOffInByte=%d, ShiftBit=%d, 8-ShiftBit=%d.", static_cast<int>(byte_offset),
         static_cast<int>(r), static_cast<int>(s), static_cast<int>(r));
     LOG(7, "HiMaskIn=0x%02x, LowMaskIn=0x%02x, HiMaskOut=0x%02x, LowMaskOut=0x%02x, InValue:%#x", hi_mask_in,
-        lo_mask_in, hi_mask_out, lo_mask_out, n > 0 ? *in : 0U);
+        lo_mask_in, hi_mask_out, lo_mask_out, in != nullptr && n > 0 ? *in : 0U);
+    if (in == nullptr) return AdvanceBitOffset(bb, n);
 
     unsigned int left = n;
     for (; left >= NUM_BITS_IN_BYTE; left -= NUM_BITS_IN_BYTE, ++in) {

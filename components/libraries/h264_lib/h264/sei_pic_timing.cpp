@@ -101,7 +101,7 @@ static int _AssemblePicTimingSEI(unsigned char* buffer, int len, const vitc_t* p
                                  const SEI_pictiming_info_t* timecode_data) {
     DO_ASSERT(buffer != NULL);
     DO_ASSERT(timecode_data != NULL);
-    if (buffer == nullptr || timecode_data == nullptr) return -1;
+    if (timecode_data == nullptr) return -1;
     if (len < kSeiBytes) {
         LOG(3, "Received buffer len:%d is smaller than actual size of SEI:%d.", len, kSeiBytes);
         return -1;
@@ -129,6 +129,7 @@ static int _AssemblePicTimingSEI(unsigned char* buffer, int len, const vitc_t* p
             timecode_data->enSystemTCCountingMode);
     }
 
+    if (buffer == nullptr) return -1;
     unsigned char rbsp[12] = {};
     bitbuffer_t bits;
     __DoInitBitBuffer(&bits, rbsp, sizeof rbsp * NUM_BITS_IN_BYTE, __func__, kModuleFile, __LINE__);

@@ -13,7 +13,6 @@ constexpr int kUnregisteredHeaderBytes = h264::kSeiHeaderBytes + 2 + kUuidBytes;
 
 int format_sei_afd_nal(unsigned char* buffer, int buffer_len, const vanc_t* vanc_data, int vanc_size) {
     DO_ASSERT(buffer != NULL);
-    if (buffer == nullptr) return 0;
     const int vanc_entries = vanc_size / static_cast<int>(sizeof(vanc_t));
     const afd_t* afd = nullptr;
     if (vanc_data == nullptr || vanc_entries <= 0) {
@@ -34,6 +33,7 @@ int format_sei_afd_nal(unsigned char* buffer, int buffer_len, const vanc_t* vanc
     if (afd != nullptr) rbsp[size++] = 0xF0 | afd->active_format;
     rbsp[size++] = 0x80;  // rbsp_trailing_bits
 
+    if (buffer == nullptr) return 0;
     const int result = h264::write_sei_unit(buffer, buffer_len, rbsp, size);
     if (result == 0) {
         LOG(3, "SEI AFD RBSP Encapsulation failed!");
@@ -45,13 +45,13 @@ int format_sei_afd_nal(unsigned char* buffer, int buffer_len, const vanc_t* vanc
 int format_sei_user_data_unregistered_nal(unsigned char* buffer, int buffer_len,
                                           const unsigned char* pUuid_iso_iec_11578,
                                           const unsigned char* user_data_payload, unsigned int payload_size) {
-    DO_ASSERT(buffer != NULL);
-    DO_ASSERT(pUuid_iso_iec_11578 != NULL);
-    if (buffer == nullptr || pUuid_iso_iec_11578 == nullptr) return 0;
     if (buffer_len < kUnregisteredHeaderBytes) {
         LOG(3, "SEI output buffer length:%d is too small!", buffer_len);
         return 0;
     }
+    DO_ASSERT(buffer != NULL);
+    DO_ASSERT(pUuid_iso_iec_11578 != NULL);
+    if (buffer == nullptr || pUuid_iso_iec_11578 == nullptr) return 0;
     h264::write_sei_header(buffer, buffer_len);
     buffer[5] = 0x05;                                                   // payloadType: user_data_unregistered
     buffer[6] = static_cast<unsigned char>(payload_size + kUuidBytes);  // payloadSize, in one byte whatever it is
@@ -70,7 +70,7 @@ int format_sei_user_data_unregistered_nal(unsigned char* buffer, int buffer_len,
     else
         LOG(3, "Ouputbuffer length:%d is too small for SEI NAL length:%d plus header length:%d. Fail to encapsulate.",
             buffer_len, length, kUnregisteredHeaderBytes);
-    return length + 1;
+    return static_cast<int>(static_cast<unsigned int>(length) + 1);
 }
 
 int FormatMISPMicroSecondTimeSEI(unsigned char* buffer, int len, const INT64* pllUsecTime, unsigned char StatusByte) {

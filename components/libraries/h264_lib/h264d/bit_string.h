@@ -1,6 +1,7 @@
 // A stretch of bits on its way from one place to another.
 #pragma once
 
+#include <climits>
 #include <cstdint>
 
 #include "bit_window.h"
@@ -9,8 +10,8 @@ class BitString {
 public:
     // Takes n bits from the position on. False when they are not all there or are more than it holds.
     [[nodiscard]] bool read(bitbuffer_t& from, std::int64_t n) {
-        if (n < 0 || !h264::has_bits(from, static_cast<std::uint64_t>(n))) return false;
-        bits_ = static_cast<unsigned int>(n);
+        if (n > UINT_MAX) return false;
+        bits_ = static_cast<unsigned int>(n);  // a negative number becomes one that no area has
         return GetNextNBitsAsStringEx(&from, bits_, bytes_, sizeof bytes_) == 0 &&
                bits_ <= sizeof bytes_ * NUM_BITS_IN_BYTE;
     }

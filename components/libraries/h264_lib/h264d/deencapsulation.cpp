@@ -131,9 +131,6 @@ private:
 
 int SODB_deencapsulation_from_NAL(const unsigned char* input_buf, unsigned int inbuf_len, unsigned char* output_buf,
                                   unsigned int outbuf_len) {
-    DO_ASSERT(input_buf != NULL);
-    DO_ASSERT(output_buf != NULL);
-    if (input_buf == nullptr || output_buf == nullptr) return -1;
     if (inbuf_len > outbuf_len) {
         // The time counts from the last report that was let out.
         if (h264::is_emitted(3) && _tLastLogTime.is_due(kLengthErrorPeriod))
@@ -145,6 +142,9 @@ int SODB_deencapsulation_from_NAL(const unsigned char* input_buf, unsigned int i
         LOG(5, "Input buffer length is %d, too short to be de-encapsulated.", static_cast<int>(inbuf_len));
         return -1;
     }
+    DO_ASSERT(input_buf != NULL);
+    DO_ASSERT(output_buf != NULL);
+    if (input_buf == nullptr || output_buf == nullptr) return -1;
 
     // nal_unit_type 14 and 20 have a header extension of three bytes.
     const unsigned int nal_unit_type = input_buf[0] & 0x1FU;

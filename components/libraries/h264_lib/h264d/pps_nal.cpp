@@ -51,8 +51,8 @@ BOOL H264LIB_parse_pps_nal_ex(const unsigned char* buffer, unsigned int buffer_l
     DO_ASSERT(buffer_len > 0);
     DO_ASSERT(pContext != NULL);
     DO_ASSERT(pps != NULL);
+    if (pContext != nullptr) DO_ASSERT(pps != &pContext->last_parsed_pps);
     if (buffer == nullptr || pContext == nullptr || pps == nullptr) return FALSE;
-    DO_ASSERT(pps != &pContext->last_parsed_pps);
     if (buffer_len > 0 && buffer_len <= sizeof pContext->LastPPS && pContext->LastPPSLength == buffer_len &&
         std::memcmp(pContext->LastPPS, buffer, buffer_len) == 0) {
         LOG(7, "PPS has not changed no need to parse it again.");

@@ -21,9 +21,9 @@ constexpr bool has_pred_weight_table(const pps_t& pps, unsigned long slice_type)
            (pps.weighted_bipred_idc == 1 && is_b_slice(slice_type));
 }
 
-// log2_..._minus4 + 4 of a parameter set, whatever its value.
+// log2_..._minus4 + 4 of a parameter set; never less than it, whatever its value.
 constexpr unsigned int bit_length_from_log2_minus4(unsigned long log2_minus4) {
-    constexpr unsigned long largest = 0x7FFFFFFF;
+    constexpr unsigned long largest = 0xFFFFFFFF;
     return static_cast<unsigned int>((log2_minus4 < largest - 4 ? log2_minus4 : largest - 4) + 4);
 }
 

@@ -89,7 +89,7 @@ int _set_sps_vui_parameters(bitbuffer_t* sps_nalu_bb, int SpsSodbLength, const s
     }
     const auto LastByteNumBits = static_cast<unsigned int>(num_bits);
     unsigned char LastByte = 0;
-    if (num_bits < 0 || GetNextNBitsAsUint8(sps_nalu_bb, LastByteNumBits, &LastByte) != 0) {
+    if (GetNextNBitsAsUint8(sps_nalu_bb, LastByteNumBits, &LastByte) != 0) {
         LOG(3, "Failed to get %d bits as Uint8.", h264::low32s(num_bits));
         return -1;
     }
