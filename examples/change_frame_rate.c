@@ -27,7 +27,7 @@ static unsigned char* with_frame_rate(const unsigned char* nal, unsigned int len
     unsigned char* changed = NULL;
     if (!H264Lib_Set_sps_vui_parameters_NAL(nal, length, &sps, &changed, new_length)) return NULL;
     // A call without enough room for the payload succeeds with start code and header alone.
-    if (*new_length < 7) {
+    if (*new_length <= 4 + 1) {
         H26XLib_Release_sps_buffer(changed);
         return NULL;
     }

@@ -18,8 +18,10 @@ static void read_unit(struct reader* reader, const unsigned char* unit, int leng
     if (type == 9) {
         printf("access unit delimiter\n");
     } else if (type == 7) {
-        reader->sps = (sps_t){0};  // elements that the unit does not carry would keep their old values
+        // Elements that the unit does not carry keep the values they have. The standard infers 4:2:0 for the first two.
+        reader->sps = (sps_t){.chroma_format_idc = 1, .ChromaArrayType = 1};
         reader->has_sps = parse_sps_nal_ex(unit, (unsigned int)length, &reader->context, &reader->sps);
+        reader->context.LastPPSLength = 0;  // a picture parameter set is read anew by a new sequence parameter set
         if (reader->has_sps)
             printf("SPS: profile_idc %d, level_idc %d\n", reader->sps.profile_idc, reader->sps.level_idc);
     } else if (type == 8 && reader->has_sps) {

@@ -69,7 +69,7 @@ H264_API int GetNextBitEx(bitbuffer_t* bb, int* bit);
 
 /**
  * Writes one bit; the other bits of its byte keep their values. Use DoSetNextBit.
- * @param value           0 or 1
+ * @param value           0 or 1; another value is reported as a failed assertion and written as 1
  * @param func,file,line  the caller's function, source file and line
  * @return 0, or -1 at the end of the area
  */
@@ -161,7 +161,8 @@ H264_API int SetNextNBitsFromInt64(bitbuffer_t* bb, unsigned int n, long long va
 
 /**
  * Reads a run of equal bits and the bit that ends it.
- * @param test_value  value of the bits to count, 0 or 1
+ * @param test_value  value of the bits to count, 0 or 1; another value, which no bit has, is reported as a failed
+ *                    assertion
  * @param num         receives the length of the run in bits, without the bit that ended it; also when the area ended
  *                    first; may be null
  * @return 0 when another bit ended the run (it has been read too), -1 with the position at the end when the area ended

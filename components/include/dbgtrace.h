@@ -10,7 +10,8 @@
  *
  * libdbgtrace writes a line a message to standard error, "MODULE level func (file:line): text", in one write each.
  * Its functions may be called by any thread at any time, take null for any text, and keep no pointer they are given
- * except a sink and its context. Two environment variables, read once when the first of them is called, steer it:
+ * except a sink and its context. Two environment variables steer it. They are read once, at the first call, which
+ * usually is that of h264_lib when it is loaded:
  * - DBGTRACE_LEVEL   highest level that is emitted, as DbgTraceSetLevel takes it. A value that is no decimal number is
  *                    reported and ignored.
  * - DBGTRACE_ASSERT  "abort": a failed assertion ends the process, once it is reported. Otherwise assertions return.
@@ -40,9 +41,9 @@ extern "C" {
 enum {
     DBG_LEVEL_ERROR = 3,   /**< a field that cannot be read or written, a buffer too small, a null argument */
     DBG_LEVEL_WARNING = 4, /**< doubtful but usable input */
-    DBG_LEVEL_INFO = 5,    /**< entry traces, display of SPS and VUI */
-    DBG_LEVEL_DETAIL = 6,  /**< display of HRD, PPS and slice headers, notes */
-    DBG_LEVEL_DEBUG = 7,   /**< debug detail */
+    DBG_LEVEL_INFO = 5,    /**< notes, display of SPS and VUI */
+    DBG_LEVEL_DETAIL = 6,  /**< display of HRD, PPS and slice headers, more notes */
+    DBG_LEVEL_DEBUG = 7,   /**< entry traces, debug detail */
     DBG_LEVEL_TRACE = 8    /**< finest traces */
 };
 

@@ -5,11 +5,17 @@
  *
  * Every function that takes a NAL unit takes a buffer that begins with an Annex B start code, 00 00 01 or 00 00 00 01,
  * and holds that one unit. Buffers, records and contexts belong to the caller; the library keeps no pointer to them
- * when a call returns. Functions are re-entrant for distinct records and contexts and take no locks.
+ * when a call returns. Functions are re-entrant for distinct records and contexts; units and records that are only
+ * read may be shared by threads. A message that is emitted takes the diagnostics library's lock, and the readers of
+ * slices, of buffering periods and of long SEI units, and what makes new units, take memory from the heap: no function
+ * may be called from a signal handler.
  *
- * Records bear the names of the syntax elements and hold the values as they were transmitted. Readers never clear a
- * record: elements that a unit does not carry keep the values they had, no inferred values are filled in, and after a
- * failure the elements read until then stay stored. Zero a record before its first use.
+ * Records bear the names of the syntax elements and hold the values as they were transmitted. Where its comment does
+ * not say otherwise a reader does not clear a record: elements that a unit does not carry keep the values they had, no
+ * inferred values are filled in, and after a failure the elements read until then stay stored. Zero a record before its
+ * first use.
+ *
+ * A BOOL result is TRUE when the call did what it says, else FALSE.
  *
  * Failures are told by the result, and most are explained by a message at level 3 (dbgtrace.h). Null pointers are
  * programming errors, reported as failed assertions through the diagnostics library, in some places as messages at
@@ -439,11 +445,11 @@ H264_API int SODB_deencapsulation_from_NAL(const unsigned char* input_buf, unsig
  * Inserts emulation prevention bytes, ITU-T H.264 7.3.1 and 7.4.1. Each call starts afresh: bytes before input_buf are
  * not looked at, and nothing is appended behind zeros at the end.
  * @param input_buf   what follows the NAL header, or a part of it
- * @param inbuf_len   bytes in input_buf; at most 2 are copied as they are
+ * @param inbuf_len   bytes in input_buf; 1 or 2 bytes are copied as they are
  * @param output_buf  receives the result; must not overlap input_buf
- * @param outbuf_len  bytes that output_buf can hold: at least 4 for every 3 bytes of input, rounded up. Long runs of
- *                    zeros can need more: a byte for which there is no room is refused, and so is an inserted one that
- *                    would fill the output.
+ * @param outbuf_len  bytes that output_buf can hold: at least 4 for every 3 bytes of input, rounded up. Input
+ *                    that needs insertion can need more: a byte for which there is no room is refused, and so is an
+ *                    inserted one unless a byte stays free behind it and the byte that it protects.
  * @return bytes written; 0 on failure, with a message at level 3: when outbuf_len is too small for the input's length
  *         nothing is written, when a byte has no room what stands before it. 0 for an inbuf_len of 0, and for null
  *         buffers, without a message of their own
@@ -484,8 +490,8 @@ H264_API BOOL parse_sps_nal(const unsigned char* buffer, int buffer_len, sps_t* 
 
 /**
  * The same with a memory of the last unit: when its bytes are those of the last unit that was parsed successfully,
- * start code included, the record kept with them is copied whole to sps and nothing is parsed. Units longer than
- * MAX_PARAMETER_SET_BYTES in all are parsed and not kept.
+ * start code included, the record kept with them is copied whole to sps, as that parse left it, and nothing is parsed.
+ * Units longer than MAX_PARAMETER_SET_BYTES in all are parsed and not kept.
  * @param buffer_len  bytes in buffer; at most 256 behind the start code
  * @param pContext    the stream's context; left as it was when the unit cannot be parsed
  */
@@ -494,8 +500,8 @@ H264_API BOOL parse_sps_nal_ex(const unsigned char* buffer, unsigned int buffer_
 
 /**
  * Derives a whole frame rate from VUI timing: both values are divided by 1000 when both are above 999,
- * num_units_in_tick 0 counts as 1, and the quotient, as an int, is halved, each step rounded towards 0
- * (60000 / 1001 gives 30, 30000 / 1001 gives 15). A quotient of 2^31 or more becomes negative.
+ * num_units_in_tick 0 counts as 1, and the quotient is halved, each step rounded towards 0
+ * (60000 / 1001 gives 30, 30000 / 1001 gives 15). Of the quotient the low 32 bits are taken, as a signed number.
  * @param VUI_Timescale        time_scale, ticks per second
  * @param VUI_NumUnitsInTicks  num_units_in_tick
  * @param MAXFPS               receives frames per second
@@ -530,7 +536,8 @@ H264_API BOOL H264LIB_parse_pps_nal(const unsigned char* buffer, int buffer_len,
 /**
  * The same with a memory of the last unit: when its bytes are those of the last unit that was parsed successfully,
  * start code included, the record kept with them is copied whole to pps and nothing is parsed. Otherwise pps is zeroed
- * first. Units longer than MAX_PARAMETER_SET_BYTES in all are parsed and not kept.
+ * first, also when the unit cannot be parsed. Units longer than MAX_PARAMETER_SET_BYTES in all are parsed and not kept.
+ * @param sps       not looked at for a unit that is known: set LastPPSLength of the context to 0 when it has changed
  * @param pContext  the stream's context; left as it was when the unit cannot be parsed
  * @param pps       receives the elements; not the context's own record
  */
@@ -550,11 +557,13 @@ H264_API void H264LIB_Display_pps(const sps_t* sps, const pps_t* pps);
  *  @{ */
 
 /**
- * Reads the slice header of a coded slice NAL unit, ITU-T H.264 7.3.3. Only as much of the unit is looked at as the
- * header needs. The deliberate differences from the standard are listed in docs/behaviour.md.
+ * Reads the slice header of a coded slice NAL unit, ITU-T H.264 7.3.3. At levels up to 6 only the first bytes of the
+ * unit are looked at, as many as the header needs; from 7 on all. A work area of buffer_len + 32 bytes is taken from
+ * the heap for the call. The deliberate differences from the standard are listed in docs/behaviour.md.
  * @param buffer      the unit with its start code, or the beginning of it
  * @param buffer_len  bytes in buffer
- * @param sps,pps     the parameter sets that the slice refers to
+ * @param sps,pps     the parameter sets that the slice refers to. Where chroma_format_idc is not transmitted and there
+ *                    are prediction weights, ChromaArrayType must have been set to 1.
  * @param pSh         receives the elements. Fill num_ref_idx_l0_active_minus1 and num_ref_idx_l1_active_minus1 with
  *                    the picture parameter set's defaults beforehand: they count the entries of a prediction weight
  *                    table when the slice does not override them.
@@ -628,7 +637,8 @@ H264_API int format_end_of_sequence_nalu(unsigned char* buffer, unsigned int len
  *  @{ */
 
 /**
- * Finds one SEI message, ITU-T H.264 7.3.2.3.1, and tells its kind and where the next one starts. Set both offsets to
+ * Finds one SEI message, ITU-T H.264 7.3.2.3.1, and tells its kind and where the next one starts. A unit of another
+ * nal_unit_type than 6 is refused. Set both offsets to
  * 0, call, and call again with the same buffer and the offsets as the call left them while there are more messages. A
  * call that fails ends the walk; so does a message above MAX_PAYLOAD_TYPE and registered user data of an unknown kind.
  * A payloadSize byte of 0xFF that follows the payloadType is added to the type: messages of 255 bytes and more are
@@ -638,18 +648,19 @@ H264_API int format_end_of_sequence_nalu(unsigned char* buffer, unsigned int len
  * @param pPayloadOffset     bytes behind the NAL header at which the message starts, emulation prevention removed;
  *                           receives those at which the next one starts
  * @param pNALTypeOffset     at least 0; receives the length of the start code at the first call
- * @param pSEIMessageHeader  receives the message's header
- * @param enSUID             receives the kind: SEI_SUID_NONE, SEI_SUID_CLOSED_CAPTION, SEI_SUID_AFD,
- * SEI_SUID_PIC_TIMING
- * @param pbMoreSEIMessages  receives whether another message follows
+ * @param pSEIMessageHeader  zeroed, then receives the message's header
+ * @param enSUID             receives the kind: SEI_SUID_NONE, SEI_SUID_CLOSED_CAPTION, SEI_SUID_AFD or
+ *                           SEI_SUID_PIC_TIMING
+ * @param pbMoreSEIMessages  receives whether another message follows; FALSE when two bytes or fewer are left, so that
+ *                           an empty message at the end is not found
  * @return TRUE when a message was found, else FALSE
  */
 H264_API BOOL DetermineSEIType(const unsigned char* pBuffer, int BufferLen, int* pPayloadOffset, int* pNALTypeOffset,
                                SEI_message_t* pSEIMessageHeader, int* enSUID, BOOL* pbMoreSEIMessages);
 
 /**
- * Tells the kind of a user_data_registered_itu_t_t35() payload by its user_identifier; country and provider are not
- * looked at.
+ * Tells the kind of a user_data_registered_itu_t_t35() payload by its user_identifier, captions by user_data_type_code
+ * 3 too; country and provider are not looked at.
  * @param buffer      the payload from its country code on
  * @param buffer_len  bytes in buffer, at least 8
  * @param enSUID      receives SEI_SUID_CLOSED_CAPTION or SEI_SUID_AFD; SEI_SUID_NONE when the identifier is unknown
@@ -704,14 +715,18 @@ H264_API BOOL parse_sei_buffering_period_nal(const unsigned char* buffer, int bu
 
 /**
  * Writes a picture timing message with one full clock timestamp, ITU-T H.264 D.1.3: pic_struct present, no delays, a
- * time_offset of 24 bits. A reader must know that: the stream's VUI has pic_struct_present_flag 1 and either no HRD, or
- * none with delays or another time_offset_length.
+ * time_offset of 24 bits. A reader must know that: the stream's VUI has pic_struct_present_flag 1 and no HRD
+ * parameters. Interlaced pictures are written as fields, pic_struct 1 or 2. At the rates of 1000/1001 (FrameRate above
+ * 28999 and up to 29999, above 58999 and up to 59999) counting_type is 4 for a drop-frame timecode from the video and
+ * for the system's clock counted by SMPTE 12M-1, 6 for another system's clock, and cnt_dropped_flag tells the first
+ * number behind dropped ones; otherwise they are 1 and 0.
  * @param len            bytes that buffer can hold, at least 29
  * @param pVitc_data     timecode captured with the picture; null (reported as a failed assertion) takes the time from
- *                       timecode_data. A timecode out of range is reported and written as 00:00:00:00.
+ *                       timecode_data. One of 24 hours, 60 minutes, 60 seconds, 86 frames or more is reported and
+ *                       written as 00:00:00:00. Nothing else is tested; two digits are added up modulo 256.
  * @param timecode_data  the stream's timing; its WallTime is set from pVitc_data
  * @return bytes written; -1 for a null record, a short buffer or an unknown scan type; -99 when timecode and
- *         BottomFieldFlag mean different fields; 5 when the payload could not be encapsulated
+ *         BottomFieldFlag mean different fields
  */
 H264_API int format_sei_pictime_nal(unsigned char* buffer, int len, const vitc_t* pVitc_data,
                                     SEI_pictiming_info_t* timecode_data);
@@ -721,11 +736,11 @@ H264_API int format_sei_pictime_nal(unsigned char* buffer, int len, const vitc_t
  * skipped; triples that are missing at cc_count are padding.
  * @param buffer_len   bytes that buffer can hold: 5 + 4 * ((14 + 3 * count + 2) / 3); 149 for 31 triples
  * @param vanc_data    the entries. The cc_type of the padding is taken from the entry behind the last one examined:
- * when the array holds captions but fewer than cc_count, make the first 14 bytes behind its last entry readable.
+ *                     when the array holds captions but fewer than cc_count, make the first 14 bytes behind its last
+ *                     entry readable.
  * @param vanc_size    bytes of the entries, 273 each
- * @param cc_count     triples to write, at most 31. A count of 513 or more carries an encoder channel: 512 times
- * (channel
- *                     + 1) plus the count, which is not limited then.
+ * @param cc_count     triples to write; 32 to 512 are reported at level 4 and cut to 31. A count of 513 or more carries
+ *                     an encoder channel: 512 times (channel + 1) plus the count, which is not limited then.
  * @param pCc_records  receives the number of captions taken from the entries; may be null
  * @return bytes written; 0 when there was no caption or no room
  */
@@ -787,7 +802,8 @@ H264_API int set_sps_level_idc(bitbuffer_t* sps_bb, sps_t* sps);
 /**
  * Overwrites num_units_in_tick, time_scale and fixed_frame_rate_flag in place. To add them to a VUI that has none use
  * H264Lib_Set_sps_vui_parameters_NAL.
- * @param vui_bb  the payload; left behind the elements. Each of the three that does not fit is not written.
+ * @param vui_bb  the payload; left behind what was written. One of the three that does not fit is not written, and the
+ *                next is tried at its place: all three must fit.
  * @param vui     its three elements are written
  * @return 0; -1, with nothing written, when timing_info_present_flag is 0 or timing_info_offset is negative, and for a
  *         null argument (which is not reported)

@@ -1,9 +1,10 @@
 /**
  * @file vanc.h
- * Ancillary-data records as the appliance captures them, and the inputs of the picture timing SEI writer. Valid C11 and
- * C++17.
+ * Ancillary-data records as video hardware captures them, and the inputs of the picture timing SEI writer. Valid C11
+ * and C++17.
  *
- * The records of a vanc_t are packed: no bytes lie between fields or between the entries of an array.
+ * The records of a vanc_t are packed: no bytes lie between fields or between the entries of an array. Use the fields by
+ * their names; a pointer to one of them may be misaligned.
  */
 #ifndef H264_LIB_VANC_H
 #define H264_LIB_VANC_H
