@@ -64,8 +64,8 @@ class CommandLine(TestCase):
         for arguments in [()] + [(command,) for command in COMMANDS]:
             text = run(*arguments, "--help").stdout.decode()
             self.assertIn("--quiet", text)
-            self.assertIn("\nExit status: 0 fine, 1 something in the input could not be parsed, 2 wrong usage or failed "
-                          "input or output.\n", text)
+            self.assertIn("\nExit status: 0 fine, 1 something in the input could not be parsed, 2 wrong usage, failed "
+                          "input or output, or a stream that cannot be changed as asked for.\n", text)
 
     def test_options_may_follow_the_file(self):
         self.assertEqual(run("dump", DATA_FILE, "--json").stdout.splitlines()[0],

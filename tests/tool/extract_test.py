@@ -135,6 +135,20 @@ class Captions(ExtractTestCase):
         self.assertEqual(self.extract(self.pictures(captions, order=(0, 3, 1, 2)), "--cc-data"),
                          b"".join(bytes([0xFC, i, 0x80]) for i in (1, 2, 3, 4)))
 
+    def test_repeated_fields_last(self):
+        stream = Stream()
+        for i, pic_struct in enumerate((5, 4, 6, 8, 0)):  # 3, 2, 3, 6 and 2 fields
+            units = (timing(None, None, None, pic_struct=pic_struct), sei.unit(sei.captions([pair(i + 1)])))
+            if i == 0:
+                stream.idr(*units)
+            else:
+                stream.p(i, i, *units)
+        start = ("--captions", "--captions-start", "00:00:00;00")
+        self.assertEqual(self.text(stream.bytes, *start),
+                         SCC + "\n00:00:00;00\t0180\n\n00:00:00;02\t0280 0380 0480\n\n00:00:00;07\t0580\n")
+        self.assertEqual(self.text(stream.bytes, *start, "--frame-rate", "30000/1001"),
+                         SCC + "\n00:00:00;00\t0180 0280 0380 0480 0580\n")
+
     def test_field_1_alone(self):
         triples = [(0, 0, 1, 1), (1, 1, 2, 2), (1, 3, 3, 3), pair(4, 4), (1, 2, 5, 5)]
         self.assertEqual(self.scc([triples]), ["00:00:00;00\t0404"])
@@ -252,7 +266,8 @@ class Damage(ExtractTestCase):
 
     def test_damage_in_what_is_not_wanted_does_not_count(self):
         self.extract(Stream().idr(timing(pic_struct=12)).bytes, "--afd")
-        self.extract(Stream().idr(timing(pic_struct=12)).bytes, "--captions", "--captions-start", "00:00:00;00")
+        for options in (("--cc-data",), ("--captions", "--captions-start", "00:00:00;00", "--frame-rate", "25")):
+            self.extract(Stream().idr(timing(pic_struct=12)).bytes, *options)
 
     def test_messages_without_picture(self):
         unit = timing(sei.full_timestamp(1, 2, 3, 4))

@@ -10,9 +10,12 @@ import tempfile
 import runner
 import stream_builder as build
 from h264_writer import split
-from insert_support import AFD, PLACES, TIMING, UUID, InsertTestCase, Stream, kind_of, messages, reordered, vui
-from picture_builder import Pps
+from insert_support import AFD, PLACES, PRECISION, TIMING, UUID, InsertTestCase, Stream, kind_of, messages, reordered
+from insert_support import vui
+from picture_builder import Pps, Slice
 from runner import TOOL, feed, run
+
+import sei_writer as sei
 
 
 class CommandLine(InsertTestCase):
@@ -79,6 +82,35 @@ class Timecodes(InsertTestCase):
             self.assertEqual(self.texts(output)[count:],
                              [["00:00:59:24", "00:01:00:00", "00:01:00:01", "00:01:00:02", "00:01:00:03", "00:01:00:04",
                                "00:01:00:05", "00:01:00:06"][place + count] for place in PLACES])
+
+    def test_a_reset_of_the_order_behind_chroma_weights(self):
+        for entry in ((1, 2), (1, 2, 3, 4, 5, 6)):
+            for modifications in (None, [(0, 1), (2, 3)]):
+                sps = build.Sps({}, 77, poc=build.poc_type(0), vui=vui(pic_struct=1))
+                pps = Pps(sps, weighted_pred_flag=1, references=(1, 0))
+                weights = ([entry, None],)
+                slices = [Slice(pps, 7, unit_type=5), Slice(pps, 5, frame_num=1, poc_lsb=12, weights=weights),
+                          Slice(pps, 5, frame_num=2, poc_lsb=8, weights=weights, modifications=(modifications, None),
+                                marking=[(1, {"difference_of_pic_nums_minus1": 0}),
+                                         (3, {"difference_of_pic_nums_minus1": 0, "long_term_frame_idx": 0}), (5, {})]),
+                          Slice(pps, 5, frame_num=1, poc_lsb=4, references=(0,), weights=([entry],)),
+                          Slice(pps, 5, frame_num=2, poc_lsb=2, ref_idc=0, weights=weights)]
+                stream = sps.unit() + pps.unit() + b"".join(one.unit() for one in slices)
+                self.assertEqual(self.texts(self.insert(stream, "--timecode", "00:00:00:00")),
+                                 ["00:00:00:%02d" % number for number in (0, 1, 2, 4, 3)])
+
+    def test_frames_that_do_not_last_alike(self):
+        stream = Stream(timing=(1001, 60000))
+        for pic_struct in range(9):
+            data = stream.sets() + sei.unit(sei.pic_timing((), pic_struct, [None] * 3)) + b"".join(stream.frames(2))
+            options = ("--precision-time", "0")
+            if pic_struct > 4:
+                self.refuse(data, "IN: unit 4 at offset %d: pic_struct %d of the picture repeats a field or the frame, so "
+                            "that frames do not last alike: give how many there are in a second with --frame-rate" %
+                            (data.index(stream.frames(1)[0]), pic_struct), *options)
+                options += ("--frame-rate", "24000/1001")
+            self.assertEqual(len(messages(self.insert(data, *options), PRECISION)), 2)
+            self.insert(data, "--afd", "8")
 
     def test_midnight(self):
         self.assertEqual(self.texts(self.insert(Stream().plain(2), "--timecode", "23:59:59:24")),

@@ -93,7 +93,8 @@ class Slice:
     """A slice: elements is what the JSON object of its header must be.
 
     modifications: for each list the (idc, value) pairs before the ending 3, None without modification. weights: for
-    each list the entries, (weight, offset) or None. marking: pairs of an operation and its values by name.
+    each list the entries, (weight, offset) or None; four numbers behind these are weights and offsets of chroma, which
+    elements do not tell. marking: pairs of an operation and its values by name.
     """
 
     def __init__(self, pps, slice_type, unit_type=1, ref_idc=2, first_mb=0, frame_num=0, field=None, poc_lsb=0,
@@ -186,10 +187,13 @@ class Slice:
         for i, entries in enumerate(weights):
             for entry in entries:
                 s.u(1, "luma_weight_l%d_flag" % i, int(entry is not None))
-                for value in entry or ():
+                luma, colours = (entry or ())[:2], (entry or ())[2:]
+                for value in luma:
                     s.writer.se(value)
                 if chroma:
-                    s.writer.u(1, 0)
+                    s.writer.u(1, int(bool(colours)))
+                for value in colours:
+                    s.writer.se(value)
             for j, name in enumerate(("luma_weight_l%d", "luma_offset_l%d")):
                 s.elements[name % i] = [None if entry is None else entry[j] for entry in entries[:32]]
             if chroma:

@@ -11,7 +11,6 @@ using h264tool::PictureBoundaries;
 using h264tool::PictureOrder;
 using h264tool::PictureOrderCounter;
 using h264tool::PictureOrderCounts;
-using h264tool::Slice;
 using h264tool::SliceIdentity;
 using h264tool::Sps;
 
@@ -47,15 +46,6 @@ SliceIdentity numbered(SliceIdentity slice, std::uint64_t frame_num) {
     return slice;
 }
 
-Slice resetting_header() {
-    Slice slice;
-    slice.header.drpm_bitoffset = 30;
-    slice.header.drpm.adaptive_ref_pic_marking_mode_flag = 1;
-    slice.header.drpm.arpmm[0].memory_management_control_operation = 1;
-    slice.header.drpm.arpmm[1].memory_management_control_operation = 5;
-    return slice;
-}
-
 std::vector<std::uint32_t> frames_of(const PictureOrder& order) {
     std::vector<std::uint32_t> frames;
     for (std::size_t i = 0; i < order.pictures(); ++i) frames.push_back(order.place(i).frame);
@@ -64,7 +54,7 @@ std::vector<std::uint32_t> frames_of(const PictureOrder& order) {
 
 std::vector<std::uint32_t> frames_of(const std::vector<SliceIdentity>& pictures) {
     PictureOrder order;
-    for (const SliceIdentity& slice : pictures) order.add({}, slice);
+    for (const SliceIdentity& slice : pictures) order.add(slice);
     order.finish();
     return frames_of(order);
 }
@@ -106,12 +96,12 @@ TEST(PictureOrder, SequencesFollowEachOther) {
 TEST(PictureOrder, FieldsOfAFrame) {
     const Sps sps = poc_sps(0);
     PictureOrder order;
-    order.add({}, idr(field(picture(sps, 1), true)));
-    order.add({}, field(picture(sps, 0), false));
-    order.add({}, field(picture(sps, 6), false, 1));
-    order.add({}, field(picture(sps, 7), true, 1));
-    order.add({}, field(picture(sps, 4, false), false, 2));
-    order.add({}, field(picture(sps, 5, false), true, 2));
+    order.add(idr(field(picture(sps, 1), true)));
+    order.add(field(picture(sps, 0), false));
+    order.add(field(picture(sps, 6), false, 1));
+    order.add(field(picture(sps, 7), true, 1));
+    order.add(field(picture(sps, 4, false), false, 2));
+    order.add(field(picture(sps, 5, false), true, 2));
     order.finish();
     EXPECT_EQ(order.frames(), 3U);
     EXPECT_EQ(frames_of(order), (Frames{0, 0, 2, 2, 1, 1}));
@@ -144,49 +134,23 @@ TEST(PictureOrder, BottomFieldOfAFrameComesFirst) {
 TEST(PictureOrder, MemoryManagementOperation5BeginsASequence) {
     const Sps sps = poc_sps(0);
     PictureOrder order;
-    order.add({}, idr(picture(sps, 0)));
-    order.add({}, picture(sps, 6));
-    order.add(resetting_header(), picture(sps, 4));  // becomes 0
-    order.add({}, picture(sps, 15, false));          // -1
-    order.add({}, picture(sps, 2));
+    order.add(idr(picture(sps, 0)));
+    order.add(picture(sps, 6));
+    order.add(picture(sps, 4), true);    // becomes 0
+    order.add(picture(sps, 15, false));  // -1
+    order.add(picture(sps, 2));
     order.finish();
     EXPECT_EQ(frames_of(order), (Frames{0, 1, 3, 2, 4}));
-}
-
-TEST(PictureOrder, MemoryManagementOperation5IsNotLookedForWhereThereIsNone) {
-    const Sps sps = poc_sps(0);
-    const auto order_with = [&](const Slice& header, bool reference) {
-        PictureOrder order;
-        order.add({}, idr(picture(sps, 0)));
-        order.add({}, picture(sps, 6));
-        order.add(header, picture(sps, 4, reference));
-        order.finish();
-        return frames_of(order);
-    };
-    EXPECT_EQ(order_with(resetting_header(), true), (Frames{0, 1, 2}));
-    EXPECT_EQ(order_with(resetting_header(), false), (Frames{0, 2, 1}));
-    Slice header = resetting_header();
-    header.has_chroma_weights = true;
-    EXPECT_EQ(order_with(header, true), (Frames{0, 2, 1}));
-    header = resetting_header();
-    header.header.drpm.arpmm[0].memory_management_control_operation = 0;
-    EXPECT_EQ(order_with(header, true), (Frames{0, 2, 1}));
-    header = resetting_header();
-    header.header.drpm.adaptive_ref_pic_marking_mode_flag = 0;
-    EXPECT_EQ(order_with(header, true), (Frames{0, 2, 1}));
-    header = resetting_header();
-    header.header.drpm_bitoffset = 0;
-    EXPECT_EQ(order_with(header, true), (Frames{0, 2, 1}));
 }
 
 TEST(PictureOrder, SecondFieldOfAFrameThatResets) {
     const Sps sps = poc_sps(0);
     PictureOrder order;
-    order.add({}, idr(picture(sps, 0)));
-    order.add(resetting_header(), field(picture(sps, 6), false, 3));
-    order.add({}, field(picture(sps, 1), true, 0));
-    order.add(resetting_header(), field(picture(sps, 3), false, 1));
-    order.add(resetting_header(), field(picture(sps, 1), true, 0));  // no second field
+    order.add(idr(picture(sps, 0)));
+    order.add(field(picture(sps, 6), false, 3), true);
+    order.add(field(picture(sps, 1), true, 0));
+    order.add(field(picture(sps, 3), false, 1), true);
+    order.add(field(picture(sps, 1), true, 0), true);  // no second field
     order.finish();
     EXPECT_EQ(frames_of(order), (Frames{0, 1, 1, 2, 3}));
 }

@@ -5,10 +5,14 @@ import os
 
 import dump_stream
 import runner
+import sei_streams
 import stream_builder as build
 from picture_builder import Pps, Slice
 from runner import EMPTY, NO_START_CODE, TestCase, feed
+from sei_streams import Stream
 from stream_builder import Sps, nal_unit
+
+import sei_writer
 
 SAMPLES = os.path.join(build.HERE, "..", "..", "samples")
 
@@ -195,6 +199,27 @@ class ParameterSets(SummaryTestCase):
         summary = self.summary(*units)
         self.assertEqual((len(summary["videos"]), summary["more_videos"], summary["frames"]), (100, True, 105))
         self.assertIn("left out", self.text(*units))
+
+
+class Durations(SummaryTestCase):
+    def test_repeated_fields(self):
+        for present, fields in ((1, 2 + 3 + 3 + 4 + 6 + 2), (0, 12)):
+            stream = Stream(sei_streams.sps(build.timing_vui((1, 50), pic_struct=present)))
+            for i, pic_struct in enumerate((0, 5, 6, 7, 8, 4)):
+                units = [sei_writer.unit(sei_writer.pic_timing((), pic_struct, [None] * 3))] if present else []
+                if i == 0:
+                    stream.idr(*units)
+                else:
+                    stream.p(i, i, *units)
+            self.assertAlmostEqual(self.summary(stream.bytes)["duration"], fields / 50)
+            self.assertIn("\n  Duration        %.3f s\n" % (fields / 50), self.text(stream.bytes))
+
+    def test_single_fields(self):
+        stream = Stream(sei_streams.sps(build.timing_vui((1, 50)), fields=0)).idr()
+        stream.p(1, 1, field=0)
+        stream.p(1, 1, field=1)
+        stream.p(2, 2, field=0)
+        self.assertAlmostEqual(self.summary(stream.bytes)["duration"], 5 / 50)
 
 
 class Pictures(SummaryTestCase):

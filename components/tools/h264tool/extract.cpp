@@ -91,6 +91,7 @@ int run(const Options& options) {
     ExtractSelection selection;
     selection.captions = !options.captions.empty() || !options.cc_data.empty();
     selection.timestamps = !options.timecodes.empty() || (!options.captions.empty() && options.captions_start.empty());
+    selection.durations = !options.captions.empty() && options.frame_rate.empty();
     selection.formats = !options.afd.empty();
     selection.times = !options.precision_time.empty();
     StreamExtract stream(selection);

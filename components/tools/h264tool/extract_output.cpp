@@ -36,10 +36,22 @@ std::string two_digits(const std::optional<unsigned char>& number) {
     return number ? format("%02u", unsigned{*number}) : "--";
 }
 
-// The first frame of an SCC file that begins when a frame of the stream does, or later.
+// The fields shown before each frame in output order. A field without another one counts as a frame.
+std::vector<std::uint64_t> fields_before(const StreamExtract& stream) {
+    std::vector<std::uint64_t> fields(stream.order().frames() + 1);
+    for (std::size_t picture = 0; picture < stream.fields().size(); ++picture)
+        fields[std::size_t{stream.order().place(picture).frame} + 1] += stream.fields()[picture];
+    std::uint64_t sum = 0;
+    for (std::size_t i = 1; i < fields.size(); ++i) fields[i] = sum += std::max<std::uint64_t>(fields[i], 2);
+    return fields;
+}
+
+// The first frame of an SCC file that begins when a frame of the stream does, or later. By the stream's own rate frames
+// are shown for as many fields as they say, by a given one all for the same time.
 class SccFrames {
 public:
-    SccFrames(const StreamExtract& stream, const std::optional<FrameRate>& rate) : stream_(stream), rate_(rate) {}
+    SccFrames(const StreamExtract& stream, const std::optional<FrameRate>& rate)
+        : stream_(stream), rate_(rate), fields_before_(fields_before(stream)) {}
 
     // frame: in output order, not below that of the last call; picture: one of the frame's.
     std::uint64_t first_of(std::uint32_t frame, std::uint32_t picture) {
@@ -48,19 +60,21 @@ public:
         if (!rate)
             throw std::runtime_error("picture " + std::to_string(picture) +
                                      " has captions and its stream no frame rate: --frame-rate gives one");
-        return scc_begin_ + distance(frame - std::min(frame, begin_), *rate);
+        return scc_begin_ + distance(std::min(frame, begin_), frame, *rate);
     }
 
 private:
-    static std::uint64_t distance(std::uint32_t frames, const FrameRate& rate) {
-        return multiply_divide(frames, rate.denominator * 30000, rate.numerator * 1001, Rounding::kUp);
+    std::uint64_t distance(std::uint32_t begin, std::uint32_t end, const FrameRate& rate) const {
+        const std::uint64_t fields =
+            rate_ ? 2 * std::uint64_t{end - begin} : fields_before_.at(end) - fields_before_.at(begin);
+        return multiply_divide(fields, rate.denominator * 15000, rate.numerator * 1001, Rounding::kUp);
     }
 
     void follow_changes(std::uint32_t picture) {
         const std::vector<RateChange>& rates = stream_.rates();
         for (; next_ < rates.size() && rates[next_].picture <= picture; ++next_) {
             const std::uint32_t begin = stream_.order().place(rates[next_].picture).frame;
-            if (current_ && begin > begin_) scc_begin_ += distance(begin - begin_, *current_);
+            if (current_ && begin > begin_) scc_begin_ += distance(begin_, begin, *current_);
             begin_ = std::max(begin, begin_);
             current_ = rates[next_].rate;
         }
@@ -68,6 +82,7 @@ private:
 
     const StreamExtract& stream_;
     const std::optional<FrameRate> rate_;
+    const std::vector<std::uint64_t> fields_before_;
     std::size_t next_ = 0;  // change
     std::optional<FrameRate> current_;
     std::uint32_t begin_ = 0;  // frame from which current_ counts

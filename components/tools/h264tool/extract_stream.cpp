@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "nal_types.h"
+#include "pic_struct.h"
 
 namespace h264tool {
 namespace {
@@ -17,6 +18,7 @@ bool operator==(const FrameRate& a, const FrameRate& b) {
 
 void StreamExtract::begin_picture(const NalUnit&, const SliceIdentity& identity) {
     slice_kinds_.push_back(slice_kind(identity.beginning.slice_type));
+    fields_.push_back(fields_shown({}, identity.field_pic_flag));
     const std::optional<FrameRate> rate = frame_rate(identity.beginning.sps->sps);
     if (rates_.empty() || rates_.back().rate.has_value() != rate.has_value() ||
         (rate && !(*rates_.back().rate == *rate)))
@@ -26,7 +28,7 @@ void StreamExtract::begin_picture(const NalUnit&, const SliceIdentity& identity)
 bool StreamExtract::is_wanted(const SeiMessage& message) const {
     switch (message.kind.payload_type) {
         case kPicTiming:
-            return selection_.timestamps;
+            return selection_.timestamps || selection_.durations;
         case kUserDataRegistered:
             return selection_.captions || selection_.formats;
         case kUserDataUnregistered:
@@ -36,7 +38,7 @@ bool StreamExtract::is_wanted(const SeiMessage& message) const {
     }
 }
 
-void StreamExtract::store(const SeiUnit& unit, const SeiMessage& message, const SeiRecord& record, const sps_t&) {
+void StreamExtract::store(const SeiUnit& unit, const SeiMessage& message, const SeiRecord& record, const sps_t& sps) {
     const auto picture = static_cast<std::uint32_t>(order().pictures() - 1);
     if (const auto* const captions = std::get_if<SEI_cc_t>(&record)) {
         if (!selection_.captions) return;
@@ -47,7 +49,9 @@ void StreamExtract::store(const SeiUnit& unit, const SeiMessage& message, const 
         formats_.push_back({picture, {}});
         if (format->afd_data.active_format_flag != 0) formats_.back().active_format = format->afd_data.active_format;
     } else if (const auto* const timing = std::get_if<sei_pic_timing_t>(&record)) {
-        store_timestamps(*timing);
+        if (sps.vui.pic_struct_present_flag != 0)
+            fields_.back() = fields_shown(timing->pic_struct, fields_.back() == 1);
+        if (selection_.timestamps) store_timestamps(*timing);
     } else if (const auto* const data = std::get_if<UnregisteredData>(&record)) {
         if (data->time) times_.push_back({picture, *data->time});
     }

@@ -52,6 +52,7 @@ struct RateChange {
 // What is wanted of a stream.
 struct ExtractSelection {
     bool timestamps = false;
+    bool durations = false;
     bool captions = false;
     bool formats = false;
     bool times = false;
@@ -68,6 +69,8 @@ public:
     const std::vector<PictureFormat>& formats() const { return formats_; }
     const std::vector<PictureTime>& times() const { return times_; }
     const std::vector<RateChange>& rates() const { return rates_; }
+    // For how many fields each picture is shown; what repeats is known when durations were selected.
+    const std::vector<std::uint8_t>& fields() const { return fields_; }
 
 private:
     void begin_picture(const NalUnit& unit, const SliceIdentity& identity) override;
@@ -83,6 +86,7 @@ private:
     std::vector<PictureFormat> formats_;
     std::vector<PictureTime> times_;
     std::vector<RateChange> rates_;
+    std::vector<std::uint8_t> fields_;
 };
 
 }  // namespace h264tool

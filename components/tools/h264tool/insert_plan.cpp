@@ -152,9 +152,8 @@ void InsertPlan::begin_picture(const NalUnit& unit, const SliceIdentity& identit
     complete_delimiter();
     if (access_unit_goes_on_) slice_kinds_ = kUnknownSlice;
     check_sequence(unit, identity);
-    Slice slice;
-    if (!parse_slice(unit, sets_, slice).empty()) slice = Slice{};
-    order_.add(slice, identity);
+    check_repetition(unit, identity);
+    order_.add(identity, resets_picture_order(unit, identity));
 
     const std::uint64_t offset = prefix_.value_or(unit.offset);
     const bool needs_delimiter = options_.delimiters && !(access_unit_ && has_delimiter_);
@@ -203,6 +202,15 @@ void InsertPlan::check_sequence(const NalUnit& unit, const SliceIdentity& slice)
     parameter_sets_[*number].used = true;
 }
 
+// Frames are counted as if they lasted alike, unless a rate is given.
+void InsertPlan::check_repetition(const NalUnit& unit, const SliceIdentity& slice) {
+    const std::optional<unsigned> pic_struct = pic_structs_.take(slice.beginning.sps->sps);
+    if (pic_struct && *pic_struct > kLastWithoutRepetition && options_.needs_frame_rate() && !options_.frame_rate)
+        refuse(unit, "pic_struct " + std::to_string(*pic_struct) +
+                         " of the picture repeats a field or the frame, so that frames do not last alike: give how "
+                         "many there are in a second with --frame-rate");
+}
+
 bool InsertPlan::add_sps(const NalUnit& unit) {
     if (!sets_.read_sps(unit).empty()) return false;
     const sps_t& sps = sets_.last_sps();
@@ -219,6 +227,7 @@ bool InsertPlan::add_sps(const NalUnit& unit) {
 // Refuses streams that have already what would be inserted.
 bool InsertPlan::add_sei(const NalUnit& unit) {
     const SeiUnit sei = read_sei_unit(unit);
+    pic_structs_.add(sei);
     for (const SeiMessage& message : sei.messages) {
         const std::span<const unsigned char> payload = sei.payload(message);
         if (options_.timecode && message.kind.payload_type == kPicTiming)

@@ -12,6 +12,7 @@
 #include "insert_messages.h"
 #include "insert_options.h"
 #include "parameter_sets.h"
+#include "pic_struct.h"
 #include "picture_order.h"
 #include "run_result.h"
 #include "slice_identity.h"
@@ -63,6 +64,7 @@ private:
     void end_picture();
     void complete_delimiter();
     void check_sequence(const NalUnit& unit, const SliceIdentity& slice);
+    void check_repetition(const NalUnit& unit, const SliceIdentity& slice);
     void flush_pending();
 
     const InsertOptions& options_;
@@ -70,6 +72,7 @@ private:
     RunResult result_;
     PictureBoundaries boundaries_;
     PictureOrder order_;
+    PicStructs pic_structs_;
     std::optional<FrameRate> rate_;
     std::vector<Point> points_;
     std::vector<Point> pending_;  // of the access unit whose picture has not begun

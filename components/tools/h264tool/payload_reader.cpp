@@ -19,9 +19,11 @@ std::vector<unsigned char> payload_of(const NalUnit& unit, std::size_t max_bytes
     return payload;
 }
 
-PayloadReader::PayloadReader(std::vector<unsigned char> payload)
+PayloadReader::PayloadReader(std::vector<unsigned char> payload, unsigned position)
     : payload_(std::move(payload)), ok_(!payload_.empty()) {
-    if (ok_) DoInitBitBuffer(&bits_, payload_.data(), static_cast<int>(payload_.size()) * NUM_BITS_IN_BYTE);
+    if (!ok_) return;
+    DoInitBitBuffer(&bits_, payload_.data(), static_cast<int>(payload_.size()) * NUM_BITS_IN_BYTE);
+    ok_ = AdvanceBitOffset(&bits_, position) == 0;
 }
 
 std::uint64_t PayloadReader::u(unsigned count) {

@@ -17,7 +17,8 @@ std::vector<unsigned char> payload_of(const NalUnit& unit, std::size_t max_bytes
 // Once an element cannot be read, it and all behind it are 0 and ok() is false.
 class PayloadReader {
 public:
-    explicit PayloadReader(std::vector<unsigned char> payload);
+    // position: where to begin, in bits
+    explicit PayloadReader(std::vector<unsigned char> payload, unsigned position = 0);
     PayloadReader(const PayloadReader&) = delete;
     PayloadReader& operator=(const PayloadReader&) = delete;
 

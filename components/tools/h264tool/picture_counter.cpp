@@ -13,8 +13,9 @@ void Distances::add(std::uint64_t frame) {
     sum += distance;
 }
 
-void PictureCounter::add(const SliceIdentity& slice, FrameCounts& frames) {
-    if (boundaries_.starts_picture(slice)) {
+bool PictureCounter::add(const SliceIdentity& slice, FrameCounts& frames) {
+    const bool starts_picture = boundaries_.starts_picture(slice);
+    if (starts_picture) {
         count_picture();
         starts_frame_ = !is_second_field(slice, frames);
         if (!starts_frame_) {
@@ -34,6 +35,7 @@ void PictureCounter::add(const SliceIdentity& slice, FrameCounts& frames) {
     else if (type_ == kPictureI && (kind == kSliceP || kind == kSliceSP))
         type_ = kPictureP;
     current_ = slice;
+    return starts_picture;
 }
 
 void PictureCounter::end_picture() {

@@ -36,8 +36,9 @@ enum PictureType { kPictureI, kPictureP, kPictureB, kPictureTypes };
 class PictureCounter {
 public:
     // Takes the next slice of a primary coded picture in decoding order, and counts its frame with others of the same
-    // sequence parameter set when it is the frame's first. frames stays where it is as long as this lives.
-    void add(const SliceIdentity& slice, FrameCounts& frames);
+    // sequence parameter set when it is the frame's first. frames stays where it is as long as this lives. Tells
+    // whether the slice is its picture's first.
+    bool add(const SliceIdentity& slice, FrameCounts& frames);
     // The picture is complete: a slice that follows belongs to another one.
     void end_picture();
 

@@ -100,9 +100,7 @@ std::string PictureMessages::examine_slice(const NalUnit& unit) {
 }
 
 void PictureMessages::start_picture(const NalUnit& unit, const SliceIdentity& identity) {
-    Slice slice;
-    if (!parse_slice(unit, sets_, slice).empty()) slice = Slice();
-    order_.add(slice, identity);
+    order_.add(identity, resets_picture_order(unit, identity));
     begin_picture(unit, identity);
     for (const NalUnit& pending : take_pending()) count(pending, read_messages(pending, identity.beginning.sps->sps));
 }

@@ -88,19 +88,7 @@ PictureOrderCounts PictureOrderCounter::type_2(const SliceIdentity& slice) const
     return counts(slice, slice.nal_ref_idc == 0 ? count - 1 : count, 0);
 }
 
-bool resets_picture_order(const Slice& slice) {
-    const dec_ref_pic_marking_t& drpm = slice.header.drpm;
-    if (slice.has_chroma_weights || slice.header.drpm_bitoffset == 0 || drpm.adaptive_ref_pic_marking_mode_flag == 0)
-        return false;
-    for (const adaptive_ref_pic_marking_mode_t& mode : drpm.arpmm) {
-        if (mode.memory_management_control_operation == 0) return false;
-        if (mode.memory_management_control_operation == 5) return true;
-    }
-    return false;
-}
-
-void PictureOrder::add(const Slice& slice, const SliceIdentity& identity) {
-    const bool resets = !identity.idr && identity.nal_ref_idc != 0 && resets_picture_order(slice);
+void PictureOrder::add(const SliceIdentity& identity, bool resets) {
     const bool second_field = first_field_ && !resets && are_fields_of_one_frame(*first_field_, identity);
     // A second field belongs to the sequence of the first one, whose frame is an IDR picture or resets when that does.
     if (!second_field && (identity.idr || resets)) end_sequence();

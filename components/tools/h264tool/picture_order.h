@@ -36,17 +36,13 @@ private:
     std::uint64_t previous_frame_num_ = 0;
 };
 
-// Whether a slice's dec_ref_pic_marking() has memory_management_control_operation 5. Not looked for behind chroma
-// weights, where the header cannot be read.
-bool resets_picture_order(const Slice& slice);
-
 // Takes the first slice of each primary coded picture in decoding order and tells, when all are known, which frame of
 // the output the picture is or belongs to. Frames of one coded video sequence (from an IDR picture, or one with
 // memory_management_control_operation 5, to the next) are put out before those of the next.
 class PictureOrder {
 public:
-    // slice: the header of the same slice; a default one when it cannot be read.
-    void add(const Slice& slice, const SliceIdentity& identity);
+    // resets: whether the picture has memory_management_control_operation 5.
+    void add(const SliceIdentity& identity, bool resets = false);
     // All pictures were added.
     void finish();
 

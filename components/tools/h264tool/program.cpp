@@ -29,7 +29,9 @@ int run(int argc, const char* const* argv) {
     program.set_version_flag("--version", "h264tool " H264TOOL_VERSION);
     program.require_subcommand(1);
     const std::string footer =
-        "Exit status: 0 fine, 1 something in the input could not be parsed, 2 wrong usage or failed input or output.";
+        "Exit status: 0 fine, 1 something in the input could not be parsed, 2 wrong usage, failed input or output, or "
+        "a "
+        "stream that cannot be changed as asked for.";
     program.footer(footer);
     int status = kExitFine;
     add_dump(program, status);

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "nal_types.h"
+#include "pic_struct.h"
 #include "pps_json.h"
 #include "sps_json.h"
 #include "summary_output.h"
@@ -19,13 +20,6 @@ bool is_vcl(unsigned type) { return type >= 1 && type <= 5; }
 
 // Whether a unit stands before the slices of its access unit, ITU-T H.264 7.4.1.2.3.
 bool precedes_slices(unsigned type) { return (type >= kSei && type <= kDelimiter) || (type >= 13 && type <= 18); }
-
-// How many fields a picture lasts by its pic_struct, ITU-T H.264 Table E-6.
-std::uint8_t fields_shown(unsigned pic_struct, bool is_field) {
-    constexpr std::array<std::uint8_t, 9> kFields{2, 1, 1, 2, 2, 3, 3, 4, 6};
-    if (is_field) return 1;
-    return pic_struct < kFields.size() && kFields[pic_struct] > 1 ? kFields[pic_struct] : 2;
-}
 
 std::string sequence_name(const sps_t& sps) {
     std::string name;
@@ -111,7 +105,7 @@ void ReportStream::begin_picture(const NalUnit& unit, const SliceIdentity& ident
     picture.idr = identity.idr;
     picture.nal_ref_idc = static_cast<std::uint8_t>(identity.nal_ref_idc);
     if (identity.field_pic_flag) picture.structure = identity.bottom_field_flag ? 2 : 1;
-    picture.fields = identity.field_pic_flag ? 1 : 2;
+    picture.fields = fields_shown({}, identity.field_pic_flag);
     picture.sequence = static_cast<std::uint32_t>(sequences_.size() - 1);
 }
 

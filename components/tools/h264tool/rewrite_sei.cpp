@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "pic_struct.h"
 #include "rewrite_unit.h"
 #include "sei_records.h"
 #include "text.h"
@@ -122,7 +123,6 @@ Bytes rewrite_pic_timing(const NalUnit& unit, const SeiUnit& sei, const sps_t& b
 
     if (change.pic_struct) set_pic_struct(timing, *change.pic_struct);
     if (change.timecode) {
-        constexpr unsigned char kLastWithoutRepetition = 4;
         if (after.vui.pic_struct_present_flag == 0)
             fail(
                 "the picture timing message has no timecode, because pic_struct_present_flag of sequence parameter "

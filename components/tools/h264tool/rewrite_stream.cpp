@@ -162,11 +162,7 @@ void RewriteStream::begin_picture(const NalUnit& unit, const SliceIdentity& slic
     if (options_.timecode) {
         const sps_t* const changed = changed_sps_.at(sps.seq_parameter_set_id).get();
         check_rate(unit, changed != nullptr ? *changed : sps);
-        if (trial_ == nullptr) {
-            Slice header;
-            if (!parse_slice(unit, sets_, header).empty()) header = Slice{};
-            order_.add(header, slice);
-        }
+        if (trial_ == nullptr) order_.add(slice, resets_picture_order(unit, slice));
     }
     if (timing != nullptr) {
         rewrite_timing(*timing, slice);

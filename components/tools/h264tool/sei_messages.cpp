@@ -156,13 +156,6 @@ SeiUnit read_sei_unit(const NalUnit& unit) {
     return sei;
 }
 
-bool list_sei_messages(const NalUnit& unit, std::vector<SeiKind>& kinds) {
-    SeiUnit sei = read_sei_unit(unit);
-    kinds.clear();
-    for (SeiMessage& message : sei.messages) kinds.push_back(std::move(message.kind));
-    return !sei.damaged;
-}
-
 SeiWalk walk_sei_messages(const NalUnit& unit, const SeiUnit& sei) {
     // The library wants seven bytes; zero bytes behind the unit do not matter.
     constexpr std::size_t kLeastBytes = 7;

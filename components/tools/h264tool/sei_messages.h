@@ -53,10 +53,6 @@ struct SeiUnit {
 
 SeiUnit read_sei_unit(const NalUnit& unit);
 
-// The kinds of the messages of a unit. False when a message runs past the unit's end, with the kinds of those before
-// it; what the unit has beyond the bytes that were kept is not looked at.
-bool list_sei_messages(const NalUnit& unit, std::vector<SeiKind>& kinds);
-
 // How far the library walks a unit's messages.
 struct SeiWalk {
     std::vector<int> classifications;  // SEI_SUID_... of the messages that are found, which are the first ones

@@ -7,7 +7,8 @@
 namespace h264tool {
 namespace {
 
-constexpr std::size_t kHeaderBytes = 256;  // enough for the elements up to redundant_pic_cnt
+constexpr std::size_t kHeaderBytes = 256;    // enough for the elements up to redundant_pic_cnt
+constexpr std::size_t kMarkingBytes = 4096;  // enough for the longest header that a level allows
 
 // ITU-T H.264 7.4.1.2.4. Where that does not tell two pictures apart, as it does in a conforming stream, a second slice
 // with the first macroblock does.
@@ -50,7 +51,32 @@ std::string identify_slice(const NalUnit& unit, const ParameterSets& sets, Slice
         if (bottom) slice.delta_pic_order_cnt[1] = in.se();
     }
     if (pps.redundant_pic_cnt_present_flag != 0) slice.redundant_pic_cnt = in.ue();
+    slice.position = in.position();
     return in.ok() ? std::string() : parse_failure("slice header", unit);
+}
+
+bool resets_picture_order(const NalUnit& unit, const SliceIdentity& slice) {
+    if (slice.idr || slice.nal_ref_idc == 0) return false;
+    const pps_t& pps = slice.beginning.pps->pps;
+    const SliceKind kind = slice_kind(slice.beginning.slice_type);
+    ReferenceTables tables{kind,
+                           {pps.num_ref_idx_l0_default_active_minus1, pps.num_ref_idx_l1_default_active_minus1},
+                           has_pred_weight_table(pps, slice.beginning.slice_type),
+                           slice.beginning.sps->sps.ChromaArrayType != 0};
+    PayloadReader in(payload_of(unit, kMarkingBytes), slice.position);
+    if (kind == kSliceB) in.flag();                          // direct_spatial_mv_pred_flag
+    if (kind != kSliceI && kind != kSliceSI && in.flag()) {  // num_ref_idx_active_override_flag
+        tables.num_ref_idx_active_minus1[0] = in.ue();
+        if (kind == kSliceB) tables.num_ref_idx_active_minus1[1] = in.ue();
+    }
+    tables.read(in);
+    if (!in.flag()) return false;  // adaptive_ref_pic_marking_mode_flag
+    for (std::uint64_t operation = in.ue(); operation != 0; operation = in.ue()) {
+        if (operation == 5) return true;
+        in.ue();  // its value, or the first of two
+        if (operation == 3) in.ue();
+    }
+    return false;
 }
 
 bool PictureBoundaries::starts_picture(const SliceIdentity& slice) {

@@ -24,10 +24,15 @@ struct SliceIdentity {
     std::int64_t delta_pic_order_cnt_bottom = 0;
     std::array<std::int64_t, 2> delta_pic_order_cnt{};
     std::uint64_t redundant_pic_cnt = 0;
+    unsigned position = 0;  // behind these elements, in bits of the payload
 };
 
 // Reads them from a slice or data partition A. Returns why that is not possible, empty when it is.
 std::string identify_slice(const NalUnit& unit, const ParameterSets& sets, SliceIdentity& slice);
+
+// Whether the slice, of a reference picture that is not IDR, has memory_management_control_operation 5. Read by the
+// standard's syntax: the library does not come to it behind chroma weights.
+bool resets_picture_order(const NalUnit& unit, const SliceIdentity& slice);
 
 // Finds where primary coded pictures begin. Slices of auxiliary coded pictures are not given to it.
 class PictureBoundaries {

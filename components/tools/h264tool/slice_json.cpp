@@ -131,7 +131,8 @@ Json slice_to_json(const Slice& slice, unsigned unit_type, unsigned ref_idc) {
         if (kind == kSliceB) json["num_ref_idx_l1_active_minus1"] = header.num_ref_idx_l1_active_minus1;
     }
     if (inter) json["ref_pic_list_modification"] = modification_to_json(slice);
-    if (has_pred_weight_table(slice)) json["pred_weight_table"] = weight_table_to_json(slice, sps);
+    if (has_pred_weight_table(slice.beginning.pps->pps, slice.header.slice_type))
+        json["pred_weight_table"] = weight_table_to_json(slice, sps);
     if (ref_idc != 0) json["dec_ref_pic_marking"] = marking_to_json(header.drpm, unit_type == kIdrSlice);
     add_quantization_and_filter(json, header, pps);
 

@@ -12,30 +12,15 @@ namespace {
 constexpr std::size_t kBeginningBytes = 64;  // enough for three elements
 constexpr std::size_t kTablesBytes = 4096;   // enough for the longest header that a level allows
 
-// Whether ref_pic_list_modification() and pred_weight_table(), read by the standard's syntax, come to a chroma flag
-// that is 1. ITU-T H.264 7.3.3.1 and 7.3.3.2.
+// Whether a chroma flag of the prediction weight table is 1.
 bool finds_chroma_weights(const NalUnit& unit, const Slice& slice) {
-    if (slice.beginning.sps->sps.ChromaArrayType == 0) return false;
-    const bool two_lists = slice_kind(slice.header.slice_type) == kSliceB;
-    PayloadReader in(payload_of(unit, kTablesBytes));
-    for (int position = 0; position < slice.header.rplm_bitoffset; ++position) in.u(1);
-    for (int list = 0; list < (two_lists ? 2 : 1); ++list)
-        if (in.flag())                                // ref_pic_list_modification_flag
-            while (in.ok() && in.ue() != 3) in.ue();  // modification_of_pic_nums_idc and what it tells
-    in.ue();                                          // luma_log2_weight_denom
-    in.ue();                                          // chroma_log2_weight_denom
-    for (int list = 0; list < (two_lists ? 2 : 1); ++list) {
-        const unsigned long last =
-            list == 0 ? slice.header.num_ref_idx_l0_active_minus1 : slice.header.num_ref_idx_l1_active_minus1;
-        for (unsigned long i = 0; in.ok() && i <= last; ++i) {
-            if (in.flag()) {  // luma_weight_flag
-                in.se();      // luma_weight
-                in.se();      // luma_offset
-            }
-            if (in.flag()) return true;  // chroma_weight_flag
-        }
-    }
-    return false;
+    const slice_header_t& header = slice.header;
+    PayloadReader in(payload_of(unit, kTablesBytes), static_cast<unsigned>(header.rplm_bitoffset));
+    return ReferenceTables{slice_kind(header.slice_type),
+                           {header.num_ref_idx_l0_active_minus1, header.num_ref_idx_l1_active_minus1},
+                           has_pred_weight_table(slice.beginning.pps->pps, header.slice_type),
+                           slice.beginning.sps->sps.ChromaArrayType != 0}
+        .read(in);
 }
 
 // Tells by their mark which luma weights were not read, and removes the marks.
@@ -109,15 +94,35 @@ std::string parse_slice(const NalUnit& unit, const ParameterSets& sets, Slice& s
     if (!failure.empty()) return failure;
     if (!parse_header(unit, slice.beginning.sps->sps, slice.beginning.pps->pps, sets.parser_level(), slice))
         return parse_failure("slice header", unit);
-    slice.has_chroma_weights = has_pred_weight_table(slice) && finds_chroma_weights(unit, slice);
+    slice.has_chroma_weights =
+        has_pred_weight_table(slice.beginning.pps->pps, slice.header.slice_type) && finds_chroma_weights(unit, slice);
     return {};
 }
 
-bool has_pred_weight_table(const Slice& slice) {
-    const pps_t& pps = slice.beginning.pps->pps;
-    const SliceKind kind = slice_kind(slice.header.slice_type);
+bool has_pred_weight_table(const pps_t& pps, std::uint64_t slice_type) {
+    const SliceKind kind = slice_kind(slice_type);
     return kind == kSliceB ? pps.weighted_bipred_idc == 1
                            : pps.weighted_pred_flag != 0 && (kind == kSliceP || kind == kSliceSP);
+}
+
+bool ReferenceTables::read(PayloadReader& in) const {
+    const std::size_t lists = kind == kSliceB ? 2 : kind == kSliceP || kind == kSliceSP ? 1 : 0;
+    for (std::size_t list = 0; list < lists; ++list)
+        if (in.flag())                                // ref_pic_list_modification_flag
+            while (in.ok() && in.ue() != 3) in.ue();  // modification_of_pic_nums_idc and what it tells
+    if (!has_weights) return false;
+    in.ue();                  // luma_log2_weight_denom
+    if (has_chroma) in.ue();  // chroma_log2_weight_denom
+    bool has_chroma_weights = false;
+    for (std::size_t list = 0; list < lists; ++list)
+        for (std::uint64_t i = 0; in.ok() && i <= num_ref_idx_active_minus1[list]; ++i) {
+            if (in.flag())                            // luma_weight_flag
+                for (int k = 0; k < 2; ++k) in.se();  // luma_weight and luma_offset
+            if (!has_chroma || !in.flag()) continue;  // chroma_weight_flag
+            has_chroma_weights = true;
+            for (int k = 0; k < 4; ++k) in.se();  // chroma_weight and chroma_offset of Cb and Cr
+        }
+    return has_chroma_weights;
 }
 
 }  // namespace h264tool

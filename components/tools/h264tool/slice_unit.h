@@ -1,6 +1,7 @@
 // Coded slice NAL units and what they refer to.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -50,6 +51,17 @@ struct Slice {
 // Reads the header of a slice. Returns why it cannot be read, empty when it can.
 std::string parse_slice(const NalUnit& unit, const ParameterSets& sets, Slice& slice);
 
-bool has_pred_weight_table(const Slice& slice);
+bool has_pred_weight_table(const pps_t& pps, std::uint64_t slice_type);
+
+// ref_pic_list_modification() and pred_weight_table() by the standard's syntax, ITU-T H.264 7.3.3.1 and 7.3.3.2.
+struct ReferenceTables {
+    SliceKind kind;
+    std::array<std::uint64_t, 2> num_ref_idx_active_minus1;
+    bool has_weights;
+    bool has_chroma;
+
+    // Reads them from their first bit on. Returns whether there are chroma weights.
+    bool read(PayloadReader& in) const;
+};
 
 }  // namespace h264tool

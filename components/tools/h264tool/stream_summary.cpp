@@ -20,7 +20,7 @@ bool precedes_slices(unsigned type) { return (type >= kSei && type <= kDelimiter
 std::optional<double> Sequence::duration() const {
     const auto rate = frame_rate(sps.sps);
     if (!rate || frames.frames() == 0) return std::nullopt;
-    return static_cast<double>(frames.frames()) / rate->value();
+    return static_cast<double>(fields) / 2 / rate->value();
 }
 
 AnnexBReader::KeptBytes StreamSummary::kept_bytes() {
@@ -52,9 +52,10 @@ bool StreamSummary::examine(const NalUnit& unit) {
         case kIdrSlice:
             return add_slice(unit);
         case kSei: {
-            const bool fine = list_sei_messages(unit, sei_kinds_);
-            for (const SeiKind& kind : sei_kinds_) ++sei_messages_[kind];
-            return fine;
+            const SeiUnit sei = read_sei_unit(unit);
+            for (const SeiMessage& message : sei.messages) ++sei_messages_[message.kind];
+            pic_structs_.add(sei);
+            return !sei.damaged;
         }
         case kSps: {
             const bool fine = sets_.read_sps(unit).empty();
@@ -85,7 +86,8 @@ bool StreamSummary::add_slice(const NalUnit& unit) {
     if (slice.beginning.readable) ++slices_.at(slice_kind(slice.beginning.slice_type));
     if (!fine || slice.redundant_pic_cnt > 0) return fine;
     select_sequence(*slice.beginning.sps);
-    pictures_.add(slice, sequence_->frames);
+    if (pictures_.add(slice, sequence_->frames))
+        sequence_->fields += fields_shown(pic_structs_.take(slice.beginning.sps->sps), slice.field_pic_flag);
     return true;
 }
 
@@ -96,7 +98,7 @@ void StreamSummary::select_sequence(const Sps& sps) {
     if (known != sequences_.end()) {
         sequence_ = &*known;
     } else if (sequences_.size() < kMaxSequences) {
-        sequence_ = &sequences_.emplace_back(Sequence{sps, {}, 0});
+        sequence_ = &sequences_.emplace_back(Sequence{sps, {}, 0, 0});
     } else {
         sequence_ = &left_out_;
         has_more_sequences_ = true;

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "parameter_sets.h"
+#include "pic_struct.h"
 #include "picture_counter.h"
 #include "run_result.h"
 #include "sei_messages.h"
@@ -25,7 +26,8 @@ struct UnitCount {
 struct Sequence {
     Sps sps;
     FrameCounts frames;
-    std::uint64_t bytes = 0;  // of their access units, zero bytes behind the units included
+    std::uint64_t fields = 0;  // for which they are shown
+    std::uint64_t bytes = 0;   // of their access units, zero bytes behind the units included
 
     // In seconds, by VUI timing, when there are frames.
     std::optional<double> duration() const;
@@ -87,7 +89,7 @@ private:
     PictureCounter pictures_;
     std::array<std::uint64_t, kSliceKinds> slices_{};
     std::map<SeiKind, std::uint64_t> sei_messages_;
-    std::vector<SeiKind> sei_kinds_;
+    PicStructs pic_structs_;
     std::bitset<ParameterSets::kMaxPpsId + 1> sps_ids_;
     std::bitset<ParameterSets::kMaxPpsId + 1> pps_ids_;
 };
