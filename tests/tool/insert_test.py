@@ -99,6 +99,17 @@ class Timecodes(InsertTestCase):
                 self.assertEqual(self.texts(self.insert(stream, "--timecode", "00:00:00:00")),
                                  ["00:00:00:%02d" % number for number in (0, 1, 2, 4, 3)])
 
+    def test_a_picture_that_is_no_reference_resets_nothing(self):
+        """What follows the tables of its slice looks like operation 5."""
+        sps = build.Sps({}, 77, poc=build.poc_type(0), vui=vui(pic_struct=1))
+        pps = Pps(sps, deblocking=1)
+        slices = [Slice(pps, 7, unit_type=5), Slice(pps, 5, frame_num=1, poc_lsb=12),
+                  Slice(pps, 5, frame_num=2, poc_lsb=8, ref_idc=0, deblocking=(5, 0, 0)),
+                  Slice(pps, 5, frame_num=2, poc_lsb=4, ref_idc=0)]
+        stream = sps.unit() + pps.unit() + b"".join(one.unit() for one in slices)
+        self.assertEqual(self.texts(self.insert(stream, "--timecode", "00:00:00:00")),
+                         ["00:00:00:%02d" % number for number in (0, 3, 2, 1)])
+
     def test_frames_that_do_not_last_alike(self):
         stream = Stream(timing=(1001, 60000))
         for pic_struct in range(9):

@@ -202,10 +202,10 @@ void InsertPlan::check_sequence(const NalUnit& unit, const SliceIdentity& slice)
     parameter_sets_[*number].used = true;
 }
 
-// Frames are counted as if they lasted alike, unless a rate is given.
+// By the stream's own rate frames are counted as if they lasted alike.
 void InsertPlan::check_repetition(const NalUnit& unit, const SliceIdentity& slice) {
     const std::optional<unsigned> pic_struct = pic_structs_.take(slice.beginning.sps->sps);
-    if (pic_struct && *pic_struct > kLastWithoutRepetition && options_.needs_frame_rate() && !options_.frame_rate)
+    if (pic_struct && *pic_struct > kLastWithoutRepetition)
         refuse(unit, "pic_struct " + std::to_string(*pic_struct) +
                          " of the picture repeats a field or the frame, so that frames do not last alike: give how "
                          "many there are in a second with --frame-rate");
@@ -227,7 +227,7 @@ bool InsertPlan::add_sps(const NalUnit& unit) {
 // Refuses streams that have already what would be inserted.
 bool InsertPlan::add_sei(const NalUnit& unit) {
     const SeiUnit sei = read_sei_unit(unit);
-    pic_structs_.add(sei);
+    if (options_.needs_frame_rate() && !options_.frame_rate) pic_structs_.add(sei);
     for (const SeiMessage& message : sei.messages) {
         const std::span<const unsigned char> payload = sei.payload(message);
         if (options_.timecode && message.kind.payload_type == kPicTiming)

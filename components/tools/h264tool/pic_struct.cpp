@@ -15,9 +15,9 @@ bool is_picture_timing(const SeiMessage& message) { return message.kind.payload_
 }  // namespace
 
 std::uint8_t fields_shown(std::optional<unsigned> pic_struct, bool is_field) {
-    constexpr std::array<std::uint8_t, 9> kFields{2, 1, 1, 2, 2, 3, 3, 4, 6};
+    constexpr std::array<std::uint8_t, 9> kFieldsOfFrame{2, 2, 2, 2, 2, 3, 3, 4, 6};
     if (is_field) return 1;
-    return pic_struct && *pic_struct < kFields.size() && kFields[*pic_struct] > 1 ? kFields[*pic_struct] : 2;
+    return pic_struct && *pic_struct < kFieldsOfFrame.size() ? kFieldsOfFrame[*pic_struct] : 2;
 }
 
 void PicStructs::add(const SeiUnit& unit) {

@@ -12,13 +12,13 @@ namespace {
 constexpr std::size_t kBeginningBytes = 64;  // enough for three elements
 constexpr std::size_t kTablesBytes = 4096;   // enough for the longest header that a level allows
 
-// Whether a chroma flag of the prediction weight table is 1.
+// Whether a chroma flag of the prediction weight table, which the slice has, is 1.
 bool finds_chroma_weights(const NalUnit& unit, const Slice& slice) {
     const slice_header_t& header = slice.header;
     PayloadReader in(payload_of(unit, kTablesBytes), static_cast<unsigned>(header.rplm_bitoffset));
     return ReferenceTables{slice_kind(header.slice_type),
                            {header.num_ref_idx_l0_active_minus1, header.num_ref_idx_l1_active_minus1},
-                           has_pred_weight_table(slice.beginning.pps->pps, header.slice_type),
+                           true,
                            slice.beginning.sps->sps.ChromaArrayType != 0}
         .read(in);
 }
